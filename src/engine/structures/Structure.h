@@ -96,7 +96,23 @@ enum class CovarianceType {
     kUN_UN = 24, kUN_AR1 = 25, kUN_CS = 26
 };
 
-/// Short word of a type as the documents and tables write it: "AR1", "UN_CS".
+/// Where a type may be used, and what it needs.
+struct CovarianceTraits {
+    CovarianceType fType;
+    std::string_view fWord;  ///< short word as the documents and tables write it: "AR1", "UN_CS"
+    bool fNeedsDistances;    ///< spatial: Places::fDistances is read, fPositions only for its size
+    bool fKronecker;         ///< Places::fSecond is read too
+    bool fInRandom;          ///< allowed in a random block
+    bool fInRepeated;        ///< allowed in a repeated block
+};
+
+/// All types that exist, in the order of their numbers.
+std::vector<CovarianceTraits> AllCovarianceTraits();
+
+/// Those of one type, or null when it does not exist. Lives as long as the program.
+const CovarianceTraits* FindCovarianceTraits(CovarianceType type);
+
+/// Short word of a type, or empty when it does not exist.
 std::string_view CovarianceWord(CovarianceType type);
 
 /// What a structure is built for.
@@ -107,7 +123,8 @@ struct StructureShape {
     int fSpaceDimension = 0;            ///< spatial: number of coordinates
 };
 
-/// A structure of the type for the shape. Null when the type does not exist.
+/// A structure of the type for the shape. Null when the type does not exist, a dimension is below 1, or the columns of
+/// the effects don't add up to the dimension.
 std::unique_ptr<Structure> MakeStructure(CovarianceType type, const StructureShape& shape);
 
 }  // namespace engine
