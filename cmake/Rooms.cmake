@@ -32,6 +32,21 @@ function(hierfit_room room kind)
   target_link_libraries(${room} ${scope} ${arg_ROOMS} ${arg_LIBRARIES})
 endfunction()
 
+# hierfit_part(NAME FOLDER KIND [ROOMS a b]): a target of its own for a folder inside a room, src/FOLDER, so that another
+# room may include "FOLDER/..." without seeing the rest of the room. The room itself leaves the sources out by EXCEPT.
+function(hierfit_part part folder kind)
+  cmake_parse_arguments(arg "" "" "ROOMS" ${ARGN})
+  set(root ${CMAKE_BINARY_DIR}/inc/${part})
+  cmake_path(GET folder PARENT_PATH parent)
+  file(MAKE_DIRECTORY ${root}/${parent})
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/src/${folder} ${root}/${folder} SYMBOLIC)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/${folder}/*.cpp)
+  add_library(${part} ${kind} ${sources})
+  target_include_directories(${part} PUBLIC ${root})
+  set_target_properties(${part} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_link_libraries(${part} PRIVATE hierfit_warnings PUBLIC ${arg_ROOMS})
+endfunction()
+
 # hierfit_test(ROOM libraries...): one test program for a room, from tests/<room>/*.cpp.
 function(hierfit_test room)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${room}/*.cpp)

@@ -45,8 +45,6 @@ public:
     /// The parser's records, as the library received them.
     static const CmnMix_map* GetCmnMixMap();
     static const CmaMix_map* GetCmaMixMap();
-    /// The print format whose packed word stands at the byte offset of the slot record.
-    static QVTA_Format GetSlotFormat(int offset);
 
     MIXFactory* GetFactory() const { return fpFactory; }
     MIXParameterMap* GetFixParamMap() const { return fpFixParamMap.get(); }
