@@ -17,4 +17,15 @@ std::unique_ptr<Structure> MakeVariances(std::vector<int> groups);
 /// With fixedFirst the first variance is held at 1, as the second factor of a Kronecker product needs it.
 std::unique_ptr<Structure> MakeUnstructured(int dimension, bool fixedFirst = false);
 
+/// CS: a diagonal offset d and a common covariance c, V = d I + c J; positive semidefinite for d >= 0 and d + n c >= 0.
+/// Estimated through these two eigenvalues.
+std::unique_ptr<Structure> MakeCompoundSymmetry(int dimension);
+
+/// TP: a variance and a covariance for each lag.
+std::unique_ptr<Structure> MakeToeplitz(int dimension);
+
+/// HF: variances v_i and lambda, covariances (v_i + v_j)/2 - lambda (Huynh and Feldt 1970, condition for exact F
+/// tests).
+std::unique_ptr<Structure> MakeHuynhFeldt(int dimension);
+
 }  // namespace engine

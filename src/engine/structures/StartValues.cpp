@@ -6,7 +6,6 @@ namespace engine {
 
 namespace {
 
-constexpr double kSemidefiniteSlack = 1e-12;  // added to a correlation matrix before its Cholesky factor is tried
 constexpr double kLeastEigenvalue = 0.05;     // of a starting correlation matrix
 constexpr double kLeastVarianceShare = 1e-2;  // of the mean variance, put for one that came out zero or negative
 constexpr double kDistanceToBoundary = 0.1;   // share of the way back from the boundary
@@ -24,7 +23,7 @@ bool IsPositiveSemidefinite(const Eigen::MatrixXd& matrix) {
         if (deviation > 0.0) {
             scaled.row(i) /= deviation;
             scaled.col(i) /= deviation;
-            scaled(i, i) = 1.0 + kSemidefiniteSlack * static_cast<double>(n);
+            scaled(i, i) = 1.0 + kRoundingSlack * static_cast<double>(n);
             continue;
         }
         // A row without variance is allowed only if it has no covariance either.

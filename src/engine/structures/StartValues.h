@@ -6,6 +6,9 @@
 
 namespace engine {
 
+/// What rounding may take from a condition that holds exactly on the boundary, relative to the terms compared.
+inline constexpr double kRoundingSlack = 1e-12;
+
 /// Whether a symmetric matrix is positive semidefinite to rounding. The test is on the correlation scale, so that
 /// variances of very different units are judged alike.
 bool IsPositiveSemidefinite(const Eigen::MatrixXd& matrix);

@@ -28,7 +28,9 @@ struct ParamInfo {
     ParamKind fKind;         ///< decides the scale on which confidence limits are computed
     double fLower;           ///< closed bound, -infinity if none
     double fUpper;           ///< closed bound, +infinity if none
-    bool fFixed = false;     ///< held at its starting value and reported as redundant (Kronecker second factor's UN(1,1))
+    bool fFixed = false;     ///< held at its starting value and reported as redundant: a Kronecker second factor's UN(1,1), and
+                             ///< what one position can't tell, as a correlation
+    bool fSecondFactor = false;  ///< Kronecker: belongs to the second factor
 };
 
 /// What starting values may be taken from.
@@ -122,6 +124,11 @@ struct StructureShape {
     std::vector<int> fEffectColumns;    ///< random VC: number of columns of each effect, in order, adding up to fDimension
     int fSpaceDimension = 0;            ///< spatial: number of coordinates
 };
+
+/// Why a spatial type is not valid for the places, as a sentence that says what to do; empty when it is, and for other
+/// types. leastDistance is the least distance between two different rows of one subject: 0 when two coincide, infinity
+/// when no subject has two rows.
+std::string SpaceObjection(CovarianceType type, int spaceDimension, double leastDistance);
 
 /// A structure of the type for the shape. Null when the type does not exist, a dimension is below 1, or the columns of
 /// the effects don't add up to the dimension.
