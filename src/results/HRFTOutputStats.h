@@ -417,16 +417,27 @@ public:
     int LookUpMapEntry(int mapId, const std::string& name, RegrParamInfo& out) const;
     /// Text of a printable list; false when its map has no such entry.
     bool PrintableListText(const PrintableList& list, std::string& text) const;
-    /// Label of a regression parameter: its fields and values, as tables show them.
-    std::string ParameterLabel(const RegrParamInfo& param) const;
     bool IsWarningPresent(const std::string& key) const;
     std::string GetTranslatedText(const std::string& key, const std::vector<std::string>& arguments = {}) const;
     /// The field's private format, or null.
     const QVTA_Format* GetFieldFormat(int fieldIndex) const;
 
-    /// The data source that labels are made from; set by the object that owns the record.
-    void SetDataSource(ProcedureDataSource* source) { fpDataSource = source; }
-    ProcedureDataSource* GetDataSource() const { return fpDataSource; }
+    /// Display texts of the record's codes; with translate through the message service, else to be translated by the
+    /// cell.
+    std::string CovarianceLabel(int kind, bool translate) const;
+    std::string DistributionLabel(int kind, bool translate) const;
+    std::string LinkLabel(int link, int distribution, bool translate) const;
+    /// "Power(^1)" for a power link of a target that is not multinomial, else empty.
+    std::string PowerLinkPattern(int link, int distribution) const;
+    /// A text of any length as a cell text: pieces of at most 255 bytes.
+    static std::unique_ptr<BpCellText> LongTextCell(const std::string& text);
+    /// Label of a regression parameter: "x*x*[a=1]*[b=2]". Always true.
+    bool ParameterLabel(const RegrParamInfo& param, std::string& text) const;
+    /// Label of an effect of a random block; index 0 is the block's intercept if it has one. Always true.
+    bool EffectLabel(const RandomSpec& block, int index, std::string& text) const;
+    /// Text of a list that stands for a message with arguments. True with nothing changed for a list with a map.
+    bool PrintableMessage(const PrintableList& list, int block, std::string& key, std::vector<std::string>& arguments,
+                          std::string& text) const;
 
 private:
     ParserMessage* fpParserMessage;
@@ -443,5 +454,4 @@ private:
     std::vector<EmmeansData>* fpvEmmeansData = nullptr;
     std::vector<WarningInfo> fvWarningList;
     std::vector<StringMap>* fpStringMapCollect = nullptr;
-    ProcedureDataSource* fpDataSource = nullptr;
 };
