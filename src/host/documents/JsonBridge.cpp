@@ -2,6 +2,7 @@
 
 #include "host/documents/TableDescription.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace {
