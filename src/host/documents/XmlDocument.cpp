@@ -1,7 +1,9 @@
 #include "contracts/CustomProcedure.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <limits>
 #include <pugixml.hpp>
 #include <string_view>
 
