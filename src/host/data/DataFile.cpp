@@ -1,11 +1,11 @@
 #include "host/data/DataFile.h"
 
-#include <algorithm>
-
 #include "host/data/DelimitedReader.h"
 #include "host/data/Filter.h"
 #include "host/data/TableOrder.h"
 #include "host/data/TableSchema.h"
+
+#include <algorithm>
 
 namespace host {
 namespace {
@@ -28,9 +28,11 @@ private:
     int Find(const std::string& name, const std::string& use) {
         const int index = fContent.Find(name);
         if (index < 0 && !fError)
-            fError = DataError{"there is no variable \"" + name + "\", named as " + use +
-                                   SuggestVariable(fContent, name),
-                               fContent.fSource, 0, {}};
+            fError =
+                DataError{"there is no variable \"" + name + "\", named as " + use + SuggestVariable(fContent, name),
+                          fContent.fSource,
+                          0,
+                          {}};
         return index;
     }
 

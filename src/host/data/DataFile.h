@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "host/data/DataError.h"
 #include "host/data/ScratchStore.h"
 #include "host/data/Table.h"
+
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace host {
 

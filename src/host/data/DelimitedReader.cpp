@@ -1,19 +1,18 @@
 #include "host/data/DelimitedReader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "host/data/DelimitedScanner.h"
+#include "host/data/NumberText.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <unordered_map>
 #include <unordered_set>
-
-#include "host/data/DelimitedScanner.h"
-#include "host/data/NumberText.h"
 
 namespace host {
 namespace {
@@ -56,7 +55,8 @@ public:
         }
         if (!MakeSinks(names)) return *fError;
         fContent.fBlockRows = std::clamp<std::size_t>(kBlockBytes / (8 * names.size()), 64, 16384);
-        for (CellSink& sink : fSinks) Allocate(sink);
+        for (CellSink& sink : fSinks)
+            Allocate(sink);
         scanner.SetBlockRows(fContent.fBlockRows);
         if (!scanner.ReadRows(std::numeric_limits<std::uint64_t>::max(),
                               [this](std::size_t rows) { return WriteBlock(rows); }))
@@ -78,8 +78,7 @@ private:
     }
 
     bool Open(Descriptor& descriptor) {
-        if (descriptor.Get() < 0)
-            return Refuse(Fail(std::string("the file can't be opened: ") + std::strerror(errno)));
+        if (descriptor.Get() < 0) return Refuse(Fail(std::string("the file can't be opened: ") + std::strerror(errno)));
         struct stat facts {};
         if (fstat(descriptor.Get(), &facts) != 0)
             return Refuse(Fail(std::string("the file can't be read: ") + std::strerror(errno)));
@@ -136,15 +135,18 @@ private:
         for (std::size_t i = 0; i < names.size(); ++i) {
             if (!names[i].empty()) continue;
             names[i] = "V" + std::to_string(i + 1);
-            while (!seen.emplace(names[i], i).second) names[i] += "_";
+            while (!seen.emplace(names[i], i).second)
+                names[i] += "_";
         }
         fContent.fColumns.resize(names.size());
-        for (std::size_t i = 0; i < names.size(); ++i) fContent.fColumns[i].fVariable.fName = names[i];
+        for (std::size_t i = 0; i < names.size(); ++i)
+            fContent.fColumns[i].fVariable.fName = names[i];
         for (const FieldSchema& field : fSchema.fFields)
             if (seen.count(field.fName) == 0)
                 return Refuse({"the data file has no such column" + SuggestVariable(fContent, field.fName),
                                fSchema.fFile, 0, field.fName});
-        for (const std::string& name : names) fSinks.push_back(MakeSink(name));
+        for (const std::string& name : names)
+            fSinks.push_back(MakeSink(name));
         return true;
     }
 
@@ -231,13 +233,13 @@ private:
 
     bool FillBlock(std::size_t block, std::size_t rows, const std::vector<CellSink>& sinks) {
         const std::uint64_t first = block * fContent.fBlockRows;
-        const std::size_t full = static_cast<std::size_t>(std::min<std::uint64_t>(fContent.fBlockRows,
-                                                                                 fContent.fRows - first));
+        const std::size_t full =
+            static_cast<std::size_t>(std::min<std::uint64_t>(fContent.fBlockRows, fContent.fRows - first));
         std::vector<std::uint32_t> codes(full);
         for (std::size_t i = 0; i < sinks.size(); ++i) {
             if (sinks[i].fMode != CellSink::Mode::kText || fSinks[i].fTextFrom <= first) continue;
-            const std::size_t filled = static_cast<std::size_t>(
-                std::min<std::uint64_t>(rows, fSinks[i].fTextFrom - first));
+            const std::size_t filled =
+                static_cast<std::size_t>(std::min<std::uint64_t>(rows, fSinks[i].fTextFrom - first));
             CellBlock& present = fContent.fColumns[i].fBlocks[block];
             ReadBlockCodes(fContent.fStore, present, full, codes.data());
             std::copy_n(sinks[i].fCodes.begin(), filled, codes.begin());
@@ -263,10 +265,10 @@ private:
             } else {
                 variable.fFormat = sink.fShape.Format();
                 if (sink.fInexactLine > 0)
-                    fContent.fRemarks.push_back(
-                        "column \"" + sink.fName + "\" of " + fFile + " has whole numbers with more digits than can " +
-                        "be told apart (line " + std::to_string(sink.fInexactLine) +
-                        "); if they are names, declare the column a string in the schema");
+                    fContent.fRemarks.push_back("column \"" + sink.fName + "\" of " + fFile +
+                                                " has whole numbers with more digits than can " +
+                                                "be told apart (line " + std::to_string(sink.fInexactLine) +
+                                                "); if they are names, declare the column a string in the schema");
             }
             if (!ApplyMissing(sink, variable) || !ApplyField(fSchema.Find(sink.fName), variable)) return false;
         }
@@ -298,8 +300,8 @@ private:
             } else if (ReadNumber(text, false, value) == NumberReading::kNumber) {
                 variable.fNumberLabels[value] = label;
             } else if (std::find(fSchema.fMissing.begin(), fSchema.fMissing.end(), text) == fSchema.fMissing.end()) {
-                return Refuse({"the category \"" + text + "\" isn't a number, but the column is numeric",
-                               fSchema.fFile, 0, variable.fName});
+                return Refuse({"the category \"" + text + "\" isn't a number, but the column is numeric", fSchema.fFile,
+                               0, variable.fName});
             }
         }
         return true;

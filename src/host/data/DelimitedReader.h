@@ -1,17 +1,17 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "host/data/DataError.h"
 #include "host/data/Table.h"
 #include "host/data/TableSchema.h"
 
+#include <string>
+#include <vector>
+
 namespace host {
 
 struct DelimitedOptions {
-    char fSeparator = '\0';  ///< 0: a tab for .tsv and .tab; else the comma, or in a header without commas the semicolon
-                             ///< or tab that it has, or with a decimal comma the semicolon
+    char fSeparator = '\0';  ///< 0: a tab for .tsv and .tab; else the comma, or in a header without commas the
+                             ///< semicolon or tab that it has, or with a decimal comma the semicolon
     bool fDecimalComma = false;
     std::vector<std::string> fMissing;  ///< texts that mean "missing" besides the empty field and the schema's
     ScratchPlace fPlace;                ///< of the columns

@@ -1,6 +1,6 @@
 #include "host/data/DelimitedScanner.h"
 
-#include <unistd.h>
+#include "host/data/DelimitedReader.h"
 
 #include <array>
 #include <cerrno>
@@ -8,8 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-
-#include "host/data/DelimitedReader.h"
+#include <unistd.h>
 
 namespace host {
 namespace {
@@ -44,13 +43,20 @@ std::string Shorten(std::string_view text) {
     constexpr std::size_t kShown = 40;
     if (text.size() <= kShown) return std::string(text);
     std::size_t end = kShown;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
     return std::string(text.substr(0, end)) + "...";
 }
 
+std::string Quote(std::string_view text) {
+    return std::string(1, '"').append(Shorten(text)).append(1, '"');
+}
+
 std::string_view TrimBlanks(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
     return text;
 }
 
@@ -137,7 +143,10 @@ bool DelimitedScanner::ReadHeader(std::vector<std::string>& names) {
         const bool semicolon = line.find(';') != std::string_view::npos;
         const bool tab = line.find('\t') != std::string_view::npos;
         const bool comma = line.find(',') != std::string_view::npos;
-        fSetup.fSeparator = comma && !(fSetup.fDecimalComma && (semicolon || tab)) ? ',' : semicolon ? ';' : tab ? '\t' : ',';
+        fSetup.fSeparator = comma && !(fSetup.fDecimalComma && (semicolon || tab)) ? ','
+                            : semicolon                                            ? ';'
+                            : tab                                                  ? '\t'
+                                                                                   : ',';
     }
     for (;;) {
         names.clear();
@@ -287,7 +296,8 @@ DelimitedScanner::Step DelimitedScanner::TakeField(const char*& at, std::string_
     if (*at == '"') return TakeQuoted(at, text);
     const char* p = at;
     const char separator = fSetup.fSeparator;
-    while (*p != separator && *p != '\n') ++p;
+    while (*p != separator && *p != '\n')
+        ++p;
     const char* end = p;
     if (*p == '\n' && end > at && end[-1] == '\r') --end;
     text = std::string_view(at, static_cast<std::size_t>(end - at));
@@ -302,7 +312,8 @@ DelimitedScanner::Step DelimitedScanner::TakeQuoted(const char*& at, std::string
     fUnquoted.clear();
     bool pieces = false;
     for (;;) {
-        while (p < fLimit && *p != '"') lines += *p++ == '\n' ? 1 : 0;
+        while (p < fLimit && *p != '"')
+            lines += *p++ == '\n' ? 1 : 0;
         if (p >= fLimit) return Step::kIncomplete;
         if (p + 1 < fLimit && p[1] == '"') {
             fUnquoted.append(piece, p + 1);
@@ -357,8 +368,8 @@ bool DelimitedScanner::StoreNumberText(CellSink& sink, std::string_view text) {
             sink.fSpecialText = trimmed;
         }
     } else if (sink.fDeclaredNumber) {
-        Fail("\"" + Shorten(trimmed) +
-                 "\" isn't a number, and the schema declares one; correct it, or list it under \"missingValues\"",
+        Fail(Quote(trimmed) +
+                 " isn't a number, and the schema declares one; correct it, or list it under \"missingValues\"",
              fLine, sink.fName);
         return false;
     } else {
@@ -370,7 +381,8 @@ bool DelimitedScanner::StoreNumberText(CellSink& sink, std::string_view text) {
 }
 
 bool DelimitedScanner::StoreText(CellSink& sink, std::string_view text) {
-    while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+    while (!text.empty() && text.back() == ' ')
+        text.remove_suffix(1);
     const std::uint32_t known = sink.fPool->Size();
     const std::uint32_t code = sink.fPool->Intern(text);
     sink.fCodes[fInBlock] = code;
@@ -390,7 +402,7 @@ bool DelimitedScanner::StoreText(CellSink& sink, std::string_view text) {
 void DelimitedScanner::TurnToText(CellSink& sink, std::string_view text) {
     sink.fMode = CellSink::Mode::kText;
     sink.fTextFrom = sink.fAnyContent ? fRows : 0;
-    if (sink.fAnyNumber) sink.fWhyText = "line " + std::to_string(fLine) + " has \"" + Shorten(text) + "\"";
+    if (sink.fAnyNumber) sink.fWhyText = "line " + std::to_string(fLine) + " has " + Quote(text);
     sink.fPool = std::make_shared<StringPool>(fSetup.fPlace);
     sink.fCodes.assign(fSetup.fBlockRows, 0);
     std::vector<double>().swap(sink.fNumbers);
@@ -406,8 +418,9 @@ DelimitedScanner::Step DelimitedScanner::FailCount(const char* at, int fields) {
         ++fields;
     }
     const std::size_t columns = fSinks.size();
-    return Fail("the line has " + std::to_string(fields) + (fields == 1 ? " field" : " fields") + ", but the header has " +
-                    std::to_string(columns) + "; correct the line, or put fields that contain the separator in quotes",
+    return Fail("the line has " + std::to_string(fields) + (fields == 1 ? " field" : " fields") +
+                    ", but the header has " + std::to_string(columns) +
+                    "; correct the line, or put fields that contain the separator in quotes",
                 fLine);
 }
 

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "host/data/DataError.h"
+#include "host/data/NumberText.h"
+#include "host/data/StringPool.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -7,10 +11,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "host/data/DataError.h"
-#include "host/data/NumberText.h"
-#include "host/data/StringPool.h"
 
 namespace host {
 
@@ -20,18 +20,18 @@ struct CellSink {
     Mode fMode = Mode::kNumber;
     bool fDeclaredNumber = false;  ///< a text is an error instead of making the column one of texts
     std::string fName;
-    std::vector<std::string> fMissing;   ///< texts that are missing in a column of numbers
-    std::vector<double> fNumbers;        ///< cells of the present block
-    std::vector<std::uint32_t> fCodes;   ///< cells of the present block of a text column
-    std::shared_ptr<StringPool> fPool;   ///< made when the column turns out to be of texts
+    std::vector<std::string> fMissing;  ///< texts that are missing in a column of numbers
+    std::vector<double> fNumbers;       ///< cells of the present block
+    std::vector<std::uint32_t> fCodes;  ///< cells of the present block of a text column
+    std::shared_ptr<StringPool> fPool;  ///< made when the column turns out to be of texts
     NumberShape fShape;
     bool fAnyNumber = false;
-    bool fAnyContent = false;            ///< a number or a text that means missing: what backfilling has to bring back
-    std::uint64_t fTextFrom = 0;         ///< first row whose text was kept
-    std::string fWhyText;                ///< of a column with numbers: where it turned to texts
-    long fSpecialLine = 0;               ///< first "nan" or the like among numbers, 0 none
+    bool fAnyContent = false;     ///< a number or a text that means missing: what backfilling has to bring back
+    std::uint64_t fTextFrom = 0;  ///< first row whose text was kept
+    std::string fWhyText;         ///< of a column with numbers: where it turned to texts
+    long fSpecialLine = 0;        ///< first "nan" or the like among numbers, 0 none
     std::string fSpecialText;
-    long fInexactLine = 0;               ///< first whole number that a double doesn't hold, 0 none
+    long fInexactLine = 0;  ///< first whole number that a double doesn't hold, 0 none
 };
 
 /// Streams a file of separated values block by block into sinks: the one place that knows the format.
@@ -85,8 +85,8 @@ private:
     std::uint64_t fOffset = 0;     ///< of the next byte to read from the file
     std::size_t fCarry = 0;        ///< bytes behind fLimit that are already read
     bool fEnd = false;
-    long fLine = 1;                ///< of the record at fAt
-    long fQuotedLines = 0;         ///< line breaks within quotes in the present record
+    long fLine = 1;         ///< of the record at fAt
+    long fQuotedLines = 0;  ///< line breaks within quotes in the present record
     std::uint64_t fRows = 0;
     std::size_t fInBlock = 0;
     std::string fUnquoted;

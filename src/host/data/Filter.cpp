@@ -44,7 +44,8 @@ using NodePtr = std::unique_ptr<const Node>;
 struct Constant : Node {
     explicit Constant(double value) : Node(Kind::kNumber), fNumber(value) {}
     explicit Constant(std::string text) : Node(Kind::kText), fText(std::move(text)) {
-        while (!fText.empty() && fText.back() == ' ') fText.pop_back();
+        while (!fText.empty() && fText.back() == ' ')
+            fText.pop_back();
     }
     void Evaluate(const Rows& rows, Cells& cells) const override {
         if (fKind == Kind::kNumber) return cells.fNumbers.assign(rows.fCount, fNumber);
@@ -97,12 +98,18 @@ enum class Order { kEqual, kUnequal, kLess, kLessEqual, kGreater, kGreaterEqual 
 template <class Value>
 bool Holds(Order order, const Value& a, const Value& b) {
     switch (order) {
-        case Order::kEqual: return a == b;
-        case Order::kUnequal: return a != b;
-        case Order::kLess: return a < b;
-        case Order::kLessEqual: return a <= b;
-        case Order::kGreater: return a > b;
-        default: return a >= b;
+        case Order::kEqual:
+            return a == b;
+        case Order::kUnequal:
+            return a != b;
+        case Order::kLess:
+            return a < b;
+        case Order::kLessEqual:
+            return a <= b;
+        case Order::kGreater:
+            return a > b;
+        default:
+            return a >= b;
     }
 }
 
@@ -143,9 +150,15 @@ struct Combination : Node {
     NodePtr fLeft, fRight;
 };
 
-double Both(double a, double b) { return a == 0.0 || b == 0.0 ? 0.0 : a + b == 2.0 ? 1.0 : kNaN; }
-double Either(double a, double b) { return a == 1.0 || b == 1.0 ? 1.0 : a + b == 0.0 ? 0.0 : kNaN; }
-double Difference(double a, double b) { return a - b; }
+double Both(double a, double b) {
+    return a == 0.0 || b == 0.0 ? 0.0 : a + b == 2.0 ? 1.0 : kNaN;
+}
+double Either(double a, double b) {
+    return a == 1.0 || b == 1.0 ? 1.0 : a + b == 0.0 ? 0.0 : kNaN;
+}
+double Difference(double a, double b) {
+    return a - b;
+}
 
 class ConditionParser {
 public:
@@ -169,7 +182,8 @@ private:
     }
 
     void SkipBlanks() {
-        while (fAt < fText.size() && std::isspace(static_cast<unsigned char>(fText[fAt]))) ++fAt;
+        while (fAt < fText.size() && std::isspace(static_cast<unsigned char>(fText[fAt])))
+            ++fAt;
     }
 
     bool Take(std::string_view symbol) {
@@ -181,14 +195,15 @@ private:
     }
 
     static bool InName(char c) {
-        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.' || c == '$' || c == '@' || c == '#' ||
-               (static_cast<unsigned char>(c) & 0x80) != 0;
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.' || c == '$' || c == '@' ||
+               c == '#' || (static_cast<unsigned char>(c) & 0x80) != 0;
     }
 
     std::string PeekWord() {
         SkipBlanks();
         std::size_t end = fAt;
-        while (end < fText.size() && InName(fText[end])) ++end;
+        while (end < fText.size() && InName(fText[end]))
+            ++end;
         return fText.substr(fAt, end - fAt);
     }
 
@@ -210,19 +225,19 @@ private:
 
     NodePtr Condition() {
         NodePtr left = All();
-        while (left && (TakeWord("or") || Take("||") || Take("|"))) left = Logic(std::move(left), All(), Either);
+        while (left && (TakeWord("or") || Take("||") || Take("|")))
+            left = Logic(std::move(left), All(), Either);
         return left;
     }
 
     NodePtr All() {
         NodePtr left = Single();
-        while (left && (TakeWord("and") || Take("&&") || Take("&"))) left = Logic(std::move(left), Single(), Both);
+        while (left && (TakeWord("and") || Take("&&") || Take("&")))
+            left = Logic(std::move(left), Single(), Both);
         return left;
     }
 
-    NodePtr Not(NodePtr inner) {
-        return Logic(std::make_unique<TruthConstant>(), std::move(inner), Difference);
-    }
+    NodePtr Not(NodePtr inner) { return Logic(std::make_unique<TruthConstant>(), std::move(inner), Difference); }
 
     NodePtr Single() {
         if (++fDepth > 200) return Fail("it is nested too deeply");
@@ -244,8 +259,8 @@ private:
         NodePtr left = Sum();
         if (!left) return nullptr;
         static constexpr std::pair<const char*, Order> kOrders[] = {
-            {"==", Order::kEqual},     {"!=", Order::kUnequal},      {"<>", Order::kUnequal}, {"<=", Order::kLessEqual},
-            {">=", Order::kGreaterEqual}, {"=", Order::kEqual}, {"<", Order::kLess},     {">", Order::kGreater}};
+            {"==", Order::kEqual},        {"!=", Order::kUnequal}, {"<>", Order::kUnequal}, {"<=", Order::kLessEqual},
+            {">=", Order::kGreaterEqual}, {"=", Order::kEqual},    {"<", Order::kLess},     {">", Order::kGreater}};
         for (const auto& [symbol, order] : kOrders)
             if (Take(symbol)) return Compare(order, std::move(left), Sum());
         const std::size_t before = fAt;
@@ -400,7 +415,8 @@ void Filter::Select(const TableContent& content, std::size_t block, std::size_t 
     Cells cells;
     fRoot->Evaluate({content, block, count}, cells);
     selected.resize(count);
-    for (std::size_t i = 0; i < count; ++i) selected[i] = cells.fNumbers[i] == 1.0 ? 1 : 0;
+    for (std::size_t i = 0; i < count; ++i)
+        selected[i] = cells.fNumbers[i] == 1.0 ? 1 : 0;
 }
 
 }  // namespace host

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "host/data/DataError.h"
+#include "host/data/Table.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "host/data/DataError.h"
-#include "host/data/Table.h"
 
 namespace host {
 

@@ -53,7 +53,8 @@ private:
         hash ^= hash >> 32;
         const std::size_t mask = fSlots.size() - 1;
         std::size_t at = hash & mask;
-        while (fSlots[at] != kFree && fValues[fSlots[at]] != value) at = (at + 1) & mask;
+        while (fSlots[at] != kFree && fValues[fSlots[at]] != value)
+            at = (at + 1) & mask;
         return at;
     }
     std::uint32_t InternHashed(double value) {

@@ -10,11 +10,14 @@ namespace {
 constexpr int kMostDecimals = 20;
 constexpr int kMostWidth = 40;
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 bool NamesSpecial(std::string_view text) {
     std::string lower;
-    for (const char c : text) lower += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    for (const char c : text)
+        lower += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
     return lower == "nan" || lower == "inf" || lower == "infinity" || lower == "-nan" || lower == "-inf" ||
            lower == "-infinity" || lower == "1.#qnan" || lower == "1.#inf" || lower == "-1.#inf" || lower == "-1.#ind";
 }
@@ -38,8 +41,10 @@ bool IsTiny(std::string_view text) {
 }  // namespace
 
 NumberReading ReadNumber(std::string_view text, bool decimalComma, double& value) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
     if (text.size() > 1 && text.front() == '+' && text[1] != '-') text.remove_prefix(1);
     std::string pointed;
     if (decimalComma) {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "host/data/Variable.h"
+
 #include <algorithm>
 #include <string>
 #include <string_view>
-
-#include "host/data/Variable.h"
 
 namespace host {
 

@@ -1,14 +1,14 @@
 #include "host/data/ScratchStore.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace host {
 namespace {
@@ -46,15 +46,20 @@ int OpenUnnamedFile(const std::string& directory, std::string& error) {
 }
 
 ScratchStore::~ScratchStore() {
+    std::free(fTail);
     if (fMap != nullptr) munmap(fMap, fMapped);
     if (fFile >= 0) close(fFile);
 }
 
-ScratchStore::ScratchStore(ScratchStore&& other) noexcept { *this = std::move(other); }
+ScratchStore::ScratchStore(ScratchStore&& other) noexcept {
+    *this = std::move(other);
+}
 
 ScratchStore& ScratchStore::operator=(ScratchStore&& other) noexcept {
     std::swap(fPlace, other.fPlace);
     std::swap(fTail, other.fTail);
+    std::swap(fTailSize, other.fTailSize);
+    std::swap(fTailRoom, other.fTailRoom);
     std::swap(fFlushed, other.fFlushed);
     std::swap(fSize, other.fSize);
     std::swap(fFile, other.fFile);
@@ -69,16 +74,17 @@ std::uint64_t ScratchStore::Append(const void* data, std::size_t size, bool alig
     const std::uint64_t offset = fSize + padding;
     if (!fError.empty()) return offset;
     if (fFile < 0 && offset + size > fPlace.fMemoryBudget) Spill();
-    if (fFile >= 0 && fTail.size() + padding + size > kTailSize) FlushTail();
-    fTail.resize(fTail.size() + padding);
-    const char* bytes = static_cast<const char*>(data);
-    fTail.insert(fTail.end(), bytes, bytes + size);
+    if (fFile >= 0 && fTailSize + padding + size > kTailSize) FlushTail();
+    if (!Reserve(fTailSize + padding + size)) return offset;
+    std::memset(fTail + fTailSize, 0, padding);
+    if (size > 0) std::memcpy(fTail + fTailSize + padding, data, size);
+    fTailSize += padding + size;
     fSize = offset + size;
     return offset;
 }
 
 const char* ScratchStore::View(std::uint64_t offset, std::size_t size) const {
-    if (offset >= fFlushed) return fTail.data() + (offset - fFlushed);
+    if (offset >= fFlushed) return fTail + (offset - fFlushed);
     if (offset + size > fMapped && !Map(offset + size)) return nullptr;
     return fMap + offset;
 }
@@ -86,7 +92,8 @@ const char* ScratchStore::View(std::uint64_t offset, std::size_t size) const {
 bool ScratchStore::Seal() {
     if (fFile >= 0) {
         FlushTail();
-        std::vector<char>().swap(fTail);
+        std::free(std::exchange(fTail, nullptr));
+        fTailRoom = 0;
         if (fError.empty() && fFlushed > fMapped && !Map(fFlushed))
             fError = std::string("cannot map the temporary file: ") + std::strerror(errno);
     }
@@ -105,14 +112,28 @@ void ScratchStore::Spill() {
     fFile = OpenUnnamedFile(fPlace.fDirectory, fError);
     if (fFile < 0) return;
     FlushTail();
-    std::vector<char>().swap(fTail);
-    fTail.reserve(kTailSize);
+    std::free(std::exchange(fTail, nullptr));
+    fTailRoom = 0;
+}
+
+// Large blocks grow by moving their pages, not their bytes.
+bool ScratchStore::Reserve(std::size_t size) {
+    if (size <= fTailRoom) return true;
+    const std::size_t room = std::max(size, fTailRoom + fTailRoom / 2 + 64);
+    void* grown = std::realloc(fTail, room);
+    if (grown == nullptr) {
+        fError = "there is not enough memory";
+        return false;
+    }
+    fTail = static_cast<char*>(grown);
+    fTailRoom = room;
+    return true;
 }
 
 void ScratchStore::FlushTail() {
-    WriteOut(fTail.data(), fTail.size());
-    fFlushed += fTail.size();
-    fTail.clear();
+    WriteOut(fTail, fTailSize);
+    fFlushed += fTailSize;
+    fTailSize = 0;
 }
 
 void ScratchStore::WriteOut(const char* data, std::size_t size) {
@@ -134,7 +155,8 @@ void ScratchStore::WriteOut(const char* data, std::size_t size) {
 // The map is made longer than the file so that a growing store seldom maps anew; only written bytes are ever touched.
 bool ScratchStore::Map(std::uint64_t end) const {
     std::uint64_t length = std::max(fMapped, kFirstMap);
-    while (length < end) length *= 2;
+    while (length < end)
+        length *= 2;
     void* map = fMap == nullptr ? mmap(nullptr, length, PROT_READ, MAP_SHARED, fFile, 0)
                                 : mremap(fMap, fMapped, length, MREMAP_MAYMOVE);
     if (map == MAP_FAILED) return false;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace host {
 
@@ -48,13 +48,16 @@ public:
     const std::string& Error() const { return fError; }
 
 private:
+    bool Reserve(std::size_t size);
     void Spill();
     void FlushTail();
     void WriteOut(const char* data, std::size_t size);
     bool Map(std::uint64_t end) const;
 
     ScratchPlace fPlace;
-    std::vector<char> fTail;     ///< everything while in memory, else what isn't in the file yet
+    char* fTail = nullptr;  ///< everything while in memory, else what isn't in the file yet
+    std::size_t fTailSize = 0;
+    std::size_t fTailRoom = 0;
     std::uint64_t fFlushed = 0;  ///< bytes in the file
     std::uint64_t fSize = 0;
     int fFile = -1;

@@ -49,7 +49,8 @@ std::string_view StringPool::Text(std::uint32_t code) const {
 std::size_t StringPool::Place(std::uint64_t hash, std::string_view text) const {
     const std::uint32_t tag = static_cast<std::uint32_t>(hash >> 32);
     std::size_t at = hash & fMask;
-    while (fSlots[at].fCode != 0 && (fSlots[at].fTag != tag || Text(fSlots[at].fCode) != text)) at = (at + 1) & fMask;
+    while (fSlots[at].fCode != 0 && (fSlots[at].fTag != tag || Text(fSlots[at].fCode) != text))
+        at = (at + 1) & fMask;
     return at;
 }
 
@@ -59,8 +60,7 @@ std::uint32_t StringPool::Find(std::string_view text) const {
     return slot.fCode == 0 ? kAbsent : slot.fCode;
 }
 
-std::uint32_t StringPool::Intern(std::string_view text) {
-    if (text.empty()) return 0;
+std::uint32_t StringPool::InternHashed(std::string_view text) {
     const std::uint64_t hash = Hash(text);
     std::size_t at = Place(hash, text);
     if (fSlots[at].fCode != 0) return fSlots[at].fCode;
@@ -84,7 +84,8 @@ void StringPool::Grow() {
     for (std::uint32_t code = 1; code < fCount; ++code) {
         const std::uint64_t hash = Hash(Text(code));
         std::size_t at = hash & fMask;
-        while (fSlots[at].fCode != 0) at = (at + 1) & fMask;
+        while (fSlots[at].fCode != 0)
+            at = (at + 1) & fMask;
         fSlots[at] = {static_cast<std::uint32_t>(hash >> 32), code};
     }
 }

@@ -12,13 +12,18 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 std::size_t FormSize(CellForm form) {
     switch (form) {
-        case CellForm::kMissing: return 0;
-        case CellForm::kDouble: return 8;
+        case CellForm::kMissing:
+            return 0;
+        case CellForm::kDouble:
+            return 8;
         case CellForm::kInt8:
-        case CellForm::kCode8: return 1;
+        case CellForm::kCode8:
+            return 1;
         case CellForm::kInt16:
-        case CellForm::kCode16: return 2;
-        default: return 4;
+        case CellForm::kCode16:
+            return 2;
+        default:
+            return 4;
     }
 }
 
@@ -46,11 +51,20 @@ void UnpackIntegers(const char* bytes, std::size_t count, double* cells) {
 
 void UnpackNumbers(CellForm form, const char* bytes, std::size_t count, double* cells) {
     switch (form) {
-        case CellForm::kDouble: std::memcpy(cells, bytes, count * 8); break;
-        case CellForm::kInt8: UnpackIntegers<std::int8_t>(bytes, count, cells); break;
-        case CellForm::kInt16: UnpackIntegers<std::int16_t>(bytes, count, cells); break;
-        case CellForm::kInt32: UnpackIntegers<std::int32_t>(bytes, count, cells); break;
-        default: std::fill(cells, cells + count, kNaN);
+        case CellForm::kDouble:
+            std::memcpy(cells, bytes, count * 8);
+            break;
+        case CellForm::kInt8:
+            UnpackIntegers<std::int8_t>(bytes, count, cells);
+            break;
+        case CellForm::kInt16:
+            UnpackIntegers<std::int16_t>(bytes, count, cells);
+            break;
+        case CellForm::kInt32:
+            UnpackIntegers<std::int32_t>(bytes, count, cells);
+            break;
+        default:
+            std::fill(cells, cells + count, kNaN);
     }
 }
 
@@ -66,8 +80,11 @@ void UnpackCodes(CellForm form, const char* bytes, std::size_t count, std::uint3
             std::copy(packed, packed + count, codes);
             break;
         }
-        case CellForm::kCode32: std::memcpy(codes, bytes, count * 4); break;
-        default: std::fill(codes, codes + count, 0u);
+        case CellForm::kCode32:
+            std::memcpy(codes, bytes, count * 4);
+            break;
+        default:
+            std::fill(codes, codes + count, 0u);
     }
 }
 
@@ -90,7 +107,8 @@ void ReadCells(const TableContent& content, const std::vector<CellBlock>& blocks
 
 std::size_t EditDistance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
     for (std::size_t i = 1; i <= a.size(); ++i) {
         std::size_t diagonal = row[0];
         row[0] = i;
@@ -115,11 +133,11 @@ std::string Suggest(const std::vector<std::string_view>& names, std::string_view
             best = candidate;
         }
     }
-    if (!best.empty()) return "; did you mean \"" + std::string(best) + "\"?";
+    if (!best.empty()) return std::string("; did you mean \"").append(best).append("\"?");
     constexpr std::size_t kShown = 12;
     std::string list;
     for (std::size_t i = 0; i < std::min(names.size(), kShown); ++i)
-        list += (i == 0 ? "" : ", ") + std::string(names[i]);
+        list.append(i == 0 ? "" : ", ").append(names[i]);
     if (names.size() > kShown) list += ", ...";
     return "; the variables are " + list;
 }
@@ -145,7 +163,8 @@ CellBlock WriteNumbers(ScratchStore& store, const double* cells, std::size_t cou
 
 CellBlock WriteCodes(ScratchStore& store, const std::uint32_t* codes, std::size_t count) {
     std::uint32_t greatest = 0;
-    for (std::size_t i = 0; i < count; ++i) greatest = std::max(greatest, codes[i]);
+    for (std::size_t i = 0; i < count; ++i)
+        greatest = std::max(greatest, codes[i]);
     if (greatest == 0) return {};
     if (greatest < 256) return WritePackedCodes<std::uint8_t>(store, codes, count, CellForm::kCode8);
     if (greatest < 65536) return WritePackedCodes<std::uint16_t>(store, codes, count, CellForm::kCode16);
@@ -185,7 +204,8 @@ void Table::ReadInputRows(std::uint64_t first, std::size_t count, double* rows) 
     if (!fContent.fInputRowBlocks.empty())
         ReadCells(fContent, fContent.fInputRowBlocks, first, count, rows, UnpackNumbers);
     else
-        for (std::size_t i = 0; i < count; ++i) rows[i] = static_cast<double>(first + i);
+        for (std::size_t i = 0; i < count; ++i)
+            rows[i] = static_cast<double>(first + i);
 }
 
 void Table::ForgetBlock(std::uint64_t row) const {
@@ -198,13 +218,15 @@ void Table::ForgetBlock(std::uint64_t row) const {
 
 std::string SuggestVariable(const TableContent& content, std::string_view name) {
     std::vector<std::string_view> names;
-    for (const TableContent::Column& column : content.fColumns) names.emplace_back(column.fVariable.fName);
+    for (const TableContent::Column& column : content.fColumns)
+        names.emplace_back(column.fVariable.fName);
     return Suggest(names, name);
 }
 
 std::string SuggestVariable(const Table& table, std::string_view name) {
     std::vector<std::string_view> names;
-    for (int i = 0; i < table.VariableCount(); ++i) names.emplace_back(table.GetVariable(i).fName);
+    for (int i = 0; i < table.VariableCount(); ++i)
+        names.emplace_back(table.GetVariable(i).fName);
     return Suggest(names, name);
 }
 

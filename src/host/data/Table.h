@@ -1,15 +1,15 @@
 #pragma once
 
+#include "host/data/DataError.h"
+#include "host/data/ScratchStore.h"
+#include "host/data/StringPool.h"
+#include "host/data/Variable.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "host/data/DataError.h"
-#include "host/data/ScratchStore.h"
-#include "host/data/StringPool.h"
-#include "host/data/Variable.h"
 
 namespace host {
 
@@ -104,8 +104,8 @@ private:
     TableContent fContent;
 };
 
-/// `; did you mean "days"?`, or `; the variables are ...` when nothing is near: the tail of a sentence about a name that
-/// isn't there.
+/// `; did you mean "days"?`, or `; the variables are ...` when nothing is near: the tail of a sentence about a name
+/// that isn't there.
 std::string SuggestVariable(const TableContent& content, std::string_view name);
 std::string SuggestVariable(const Table& table, std::string_view name);
 

@@ -1,10 +1,10 @@
 #include "host/data/TableBuilder.h"
 
+#include "host/data/NumberText.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
-
-#include "host/data/NumberText.h"
 
 namespace host {
 namespace {
@@ -31,7 +31,8 @@ TableBuilder& TableBuilder::Texts(const std::string& name, const std::vector<std
     Cells column;
     column.fPool = std::make_shared<StringPool>(fPlace);
     for (std::string_view cell : cells) {
-        while (!cell.empty() && cell.back() == ' ') cell.remove_suffix(1);
+        while (!cell.empty() && cell.back() == ' ')
+            cell.remove_suffix(1);
         column.fCodes.push_back(column.fPool->Intern(cell));
     }
     column.fVariable.fName = name;
@@ -53,7 +54,8 @@ Outcome<std::shared_ptr<Table>> TableBuilder::Finish(const DataOptions& options)
             return DataError{"two columns have the same name", {}, 0, cells.fVariable.fName};
         TableContent::Column column{std::move(cells.fVariable), {}, cells.fPool};
         for (std::uint64_t first = 0; first < content.fRows; first += kBlockRows) {
-            const std::size_t count = static_cast<std::size_t>(std::min<std::uint64_t>(kBlockRows, content.fRows - first));
+            const std::size_t count =
+                static_cast<std::size_t>(std::min<std::uint64_t>(kBlockRows, content.fRows - first));
             column.fBlocks.push_back(cells.fPool ? WriteCodes(content.fStore, cells.fCodes.data() + first, count)
                                                  : WriteNumbers(content.fStore, cells.fNumbers.data() + first, count));
         }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "host/data/DataFile.h"
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "host/data/DataFile.h"
 
 namespace host {
 

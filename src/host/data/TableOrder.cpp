@@ -1,12 +1,12 @@
 #include "host/data/TableOrder.h"
 
+#include "host/data/NumberIndex.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numeric>
 #include <unordered_map>
-
-#include "host/data/NumberIndex.h"
 
 namespace host {
 namespace {
@@ -42,8 +42,7 @@ public:
         }
         std::vector<std::uint32_t> order(count);
         std::iota(order.begin(), order.end(), 0u);
-        std::sort(order.begin(), order.end(),
-                  [&](std::uint32_t a, std::uint32_t b) { return Less(keys[a], keys[b]); });
+        std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) { return Less(keys[a], keys[b]); });
         return order;
     }
 
@@ -193,7 +192,8 @@ private:
             for (std::uint64_t first = 0; first < fKept; first += rows)
                 MoveWindow(from, std::min(from + together, columns + 1), first, std::min(first + rows, fKept), store,
                            moved);
-        for (std::size_t i = 0; i < columns; ++i) fContent.fColumns[i].fBlocks = std::move(moved[i]);
+        for (std::size_t i = 0; i < columns; ++i)
+            fContent.fColumns[i].fBlocks = std::move(moved[i]);
         fContent.fInputRowBlocks = std::move(moved[columns]);
         fContent.fStore = std::move(store);
         fContent.fRows = fKept;
@@ -207,7 +207,8 @@ private:
         for (std::size_t i = from; i < end; ++i)
             IsText(i) ? windows[i - from].fCodes.resize(rows) : windows[i - from].fNumbers.resize(rows);
         std::vector<std::uint64_t> next;
-        for (const SplitRange& split : fContent.fSplits) next.push_back(split.fFirst);
+        for (const SplitRange& split : fContent.fSplits)
+            next.push_back(split.fFirst);
         std::vector<std::uint32_t> ranks(fContent.fBlockRows), codes(fContent.fBlockRows);
         std::vector<std::uint64_t> places(fContent.fBlockRows);
         std::vector<double> cells(fContent.fBlockRows);
@@ -267,6 +268,10 @@ private:
 bool OrderTable(TableContent& content, const Filter* filter, const ScratchPlace& place, std::size_t windowBytes,
                 std::string& error) {
     content.fSplits.clear();
+    if (content.fSplitBy.empty() && filter == nullptr) {
+        if (content.fRows > 0) content.fSplits.push_back({0, content.fRows});
+        return true;
+    }
     return Arranger(content, place, windowBytes).Arrange(filter, error);
 }
 

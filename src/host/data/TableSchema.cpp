@@ -26,8 +26,8 @@ std::optional<std::string> Property(const json& object, const char* key) {
 
 std::optional<FieldSchema::Type> ParseType(const std::string& name) {
     static const std::set<std::string> numbers = {"number", "integer", "year"};
-    static const std::set<std::string> texts = {"string", "boolean", "date",   "time",     "datetime", "yearmonth",
-                                                "object", "array",   "list",   "duration", "geopoint", "geojson"};
+    static const std::set<std::string> texts = {"string", "boolean", "date", "time",     "datetime", "yearmonth",
+                                                "object", "array",   "list", "duration", "geopoint", "geojson"};
     if (numbers.count(name) != 0) return FieldSchema::Type::kNumber;
     if (texts.count(name) != 0) return FieldSchema::Type::kText;
     if (name == "any") return FieldSchema::Type::kAny;
@@ -40,9 +40,8 @@ std::optional<PrintFormat> ParsePrintFormat(const std::string& text) {
     const std::string width = text.substr(1, point == std::string::npos ? std::string::npos : point - 1);
     const std::string decimals = point == std::string::npos ? "0" : text.substr(point + 1);
     const auto digits = [](const std::string& part) {
-        return !part.empty() && part.size() <= 2 && std::all_of(part.begin(), part.end(), [](unsigned char c) {
-            return c >= '0' && c <= '9';
-        });
+        return !part.empty() && part.size() <= 2 &&
+               std::all_of(part.begin(), part.end(), [](unsigned char c) { return c >= '0' && c <= '9'; });
     };
     if (!digits(width) || !digits(decimals)) return std::nullopt;
     const PrintFormat format{5, std::stoi(width), std::stoi(decimals)};
@@ -155,7 +154,9 @@ const FieldSchema* TableSchema::Find(const std::string& name) const {
     return found == fFields.end() ? nullptr : &*found;
 }
 
-Outcome<TableSchema> ReadTableSchema(const std::string& file) { return SchemaReader(file).Read(); }
+Outcome<TableSchema> ReadTableSchema(const std::string& file) {
+    return SchemaReader(file).Read();
+}
 
 std::string FindTableSchema(const std::string& dataFile) {
     std::error_code code;

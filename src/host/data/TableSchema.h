@@ -1,12 +1,12 @@
 #pragma once
 
+#include "host/data/DataError.h"
+#include "host/data/Variable.h"
+
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "host/data/DataError.h"
-#include "host/data/Variable.h"
 
 namespace host {
 
