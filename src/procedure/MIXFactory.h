@@ -5,7 +5,6 @@
 #include "contracts/Host.h"
 #include "procedure/Export.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -81,8 +80,9 @@ private:
     bool UserHasStopped() const;
     void TakeStatus(const MCStatus& status);
 
-    std::unique_ptr<GLMMAlgorithm> MakeAlgorithm();
-    bool RunOnDataFile(GLMMAlgorithm& algorithm);
+    void TakeSortVariables(const GLMMSettings& settings);
+    bool MakeAlgorithm(std::unique_ptr<GLMMAlgorithm>& pAlgorithm);
+    std::unique_ptr<ACADataFileIter> FillDataFile();  ///< null when there is nothing to fit
     bool FitRecords(GLMMAlgorithm& algorithm, ACADataFileIter& data);
     bool DumpSortedRecords(ACADataFileIter& data) const;
     bool AddSplitParams(GLMMAlgorithm& algorithm);
@@ -90,10 +90,9 @@ private:
 
     void MakeSavedVariable(std::size_t saved);
     std::string FreeVariableName(const std::string& root) const;
-    bool ScoreRecord(GLMMAlgorithm& algorithm, QVTA_InputCaseIterator& cases);
+    void WriteScores(QVTA_InputCaseIterator& cases, const std::vector<double>& scores) const;
 
     void SavePMMLFile();
-    void WriteFile(const std::string& name, int kind, const std::function<void(std::ostream&)>& write);
 
     void DisplayMessage(MCStatus const& status);
     void CheckForWarningToAdd(std::vector<MCStatus>& warnings);

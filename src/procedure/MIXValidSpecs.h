@@ -296,16 +296,20 @@ private:
     const double* ChainRecord(std::size_t chainSlot, int ordinal) const;
     int HostIndex(long long variableNumber) const;
     std::vector<int> ReadVariables(std::size_t countSlot, std::size_t startSlot) const;
+    std::vector<int> ReadPairing(std::size_t countSlot, std::size_t startSlot) const;  ///< one-based there
+    std::vector<int> ReadCounts(long long position, int count) const;
 
     /// Codes of the block in the engine's or the host's terms. Unknown codes take the tables' last row.
-    static CovarType GetCovarType(int code, bool isRepeated);
+    static CovarType GetCovarType(long long code, bool isRepeated);
     static ScoreType GetScoreType(int saveType);
     QVTA_Format GetSaveFormat(int saveType) const;
     static bool IsKronecker(CovarType type);
 
     /// Steps of SetMixedSpecs; each false has been reported.
     void ReadVariableLists();
-    void ReadScalars();
+    void ReadEstimation();
+    void ReadAnalysisType();
+    void ReadThetaEstType();
     void ReadFixedEffects();
     bool ReadOutputFiles();
     void ReadPrintOptions();
@@ -321,8 +325,8 @@ private:
     /// One effect row: cursor stands on its first cell and is moved behind it. nestedFlags gets one flag a covariate
     /// column.
     bool FillModelEffect(const long long*& cursor, MCModelEffect& effect, std::vector<bool>& nestedFlags) const;
-    void AddRowFactors(const long long* row, MCModelEffect& effect) const;
-    void AddRowCovariates(const long long* row, MCModelEffect& effect, std::vector<bool>& nestedFlags) const;
+    void AddRowFactors(const long long* cells, MCModelEffect& effect) const;
+    void AddRowCovariates(const long long* cells, MCModelEffect& effect, std::vector<bool>& nestedFlags) const;
     /// One random block; both counters are moved on.
     bool FillRandomSpec(int& blockIndex, int& rowIndex, GLMMRandomSpec& spec, int& nEffects,
                         std::vector<std::vector<bool>>& nestedFlags) const;
@@ -330,27 +334,35 @@ private:
     bool FillEMMeansSpec(const double* record, MCEmmeansSpec& spec, const OBS*& refValue, QVTA_Format& format,
                          std::string& refString, RefCatTypes& refType, bool& refLong,
                          std::vector<std::string>& fixCovStr) const;
+    int FillTableFactors(const double* record, MCEmmeansSpec& spec) const;  ///< the compared factor, -1 if none
+    void FillFixedCovariates(long long entries, MCEmmeansSpec& spec, std::vector<std::string>& fixCovStr) const;
     bool FillCustomTest(const double* record, CustomTest& test, bool useCompEffects) const;
 
     /// Steps of CompleteSpecs.
     void DeclareModelVariables();
-    void CompleteTestsAndMeans();
+    void CompleteEffects();
+    void CompleteCustomTests();
+    void CompleteEMMeans();
     void DeclareFurtherVariables();
     void CompleteRandomBlocks();
     void DeclareRepeatedVariables();
+    void DeclareRepeatedSubjects();
     void CompleteRepeatedBlocks();
     bool CreateCompEffect(const MCModelEffect& source, MCModelEffect& target) const;
     bool CreateCompRandom(const GLMMRandomSpec& source, GLMMRandomSpec& target, RandomSpecTypes type) const;
+    void AddCompSubjects(const GLMMRandomSpec& source, GLMMRandomSpec& target, RandomSpecTypes type) const;
     bool CreateCompEMMeans(const MCEmmeansSpec& source, MCEmmeansSpec& target) const;
 
     /// Steps of CompleteSettings.
     void NoteSplit(bool hasAdapter, int iSplit);
     void CompleteModel(GLMMSettings& settings, ACAInputAdapter* pAdapter) const;
-    void CompleteBlocks(GLMMSettings& settings, ACAInputAdapter* pAdapter) const;
+    void CompleteMasterSettings();
     void CompleteMeans(GLMMSettings& settings, const ACAInputAdapter* pAdapter, int iSplit);
-    void CompleteScalars(GLMMSettings& settings) const;
+    void CompleteRepeated(GLMMSettings& settings, ACAInputAdapter* pAdapter) const;
+    void CompleteEstimation(GLMMSettings& settings) const;
+    void CompleteOptions(GLMMSettings& settings) const;
     void CompleteFactor(GLMMSettings& settings, ACAInputAdapter* pAdapter, int variable) const;
-    bool CompleteReference(MCEmmeansSpec& spec, std::size_t request, const ACAInputAdapter& adapter) const;
+    bool CompleteReference(MCEmmeansSpec& request, std::size_t i, const ACAInputAdapter& adapter) const;
     void GrowSplits(std::size_t nSplits);
 
     /// Groups of Display.
@@ -359,6 +371,7 @@ private:
     void DisplayEstimation() const;
     void DisplayBlocks() const;
     void DisplayEMMeans() const;
+    void DisplayReference(std::size_t request) const;
     void DisplayPrintOptions() const;
     void DisplayOutputs() const;
 
