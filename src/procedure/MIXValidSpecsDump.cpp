@@ -61,11 +61,13 @@ void Indices(const Label& label, const Label& undefined, const std::vector<int>&
         ACACommonDisplay::DisplayIV(label.c_str(), indices);
 }
 
-/// The names of a list: of the whole and of one item.
+/// What frames a list of objects in the text.
 struct ListWords {
     Label fUndefined;
-    Label fPlural;
+    Label fStart;
+    Label fNumber;
     Label fItem;
+    Label fEnd;
 };
 
 /// A list of objects that display themselves; behind displays what goes with the item of an index.
@@ -75,14 +77,14 @@ void List(const ListWords& words, const std::vector<T>& items, Behind behind) {
         Text(words.fUndefined);
         return;
     }
-    Text("Display of " + words.fPlural + " start");
-    Int("Number of " + words.fPlural, static_cast<long>(items.size()));
+    Text(words.fStart);
+    Int(words.fNumber, static_cast<long>(items.size()));
     for (std::size_t i = 0; i < items.size(); ++i) {
-        Int(words.fItem + " index", static_cast<long>(i));
+        Int(words.fItem, static_cast<long>(i));
         items[i].Display();
         behind(i);
     }
-    Text("Display of " + words.fPlural + " end");
+    Text(words.fEnd);
 }
 
 template <class T>
@@ -90,14 +92,13 @@ void List(const ListWords& words, const std::vector<T>& items) {
     List(words, items, [](std::size_t) {});
 }
 
-void OutputFile(const Label& keyword, const std::string& name) {
-    const Label option = "OUTFILE " + keyword;
+void OutputFile(const Label& defined, const Label& fileName, const Label& undefined, const std::string& name) {
     if (name.empty()) {
-        Text(option + " is not defined");
+        Text(undefined);
         return;
     }
-    Text(option + " is defined");
-    String(option + " file name", name);
+    Text(defined);
+    String(fileName, name);
 }
 
 }  // namespace
@@ -137,16 +138,20 @@ void MIXValidSpecs::DisplayVariables() const {
 }
 
 void MIXValidSpecs::DisplayModel() const {
-    List({"Model effects are not defined", "model effects", "Model effect"}, fvModelEffectList);
+    List({"Model effects are not defined", "Display of model effects start", "Number of model effects",
+          "Model effect index", "Display of model effects end"},
+         fvModelEffectList);
     Bool("Use Intercept indicator", fInterceptInModel);
     MCDisplay::DisplayCOffsetType("Offset type", fOffsetType);
     Index("Offset QVTA variable index", "Offset variable is not defined", fOffsetIndex);
     MCDisplay::DisplayD("Offset value", fOffsetValue);
     Index("Index of QVTA Frequency Weight variable", "QVTA Frequency Weight variable is not defined", fQvtaWeightIndex);
     Index("Index of Scaleweight variable", "Scaleweight variable is not defined", fRegrWeightIndex);
-    List({"Random effects are not defined", "random effects", "Random effect"}, fvRandEffectList, [&](std::size_t i) {
-        ACACommonDisplay::DisplayBV("Random effect covariate nested flags:", fvRandEffectNested[i]);
-    });
+    List({"Random effects are not defined", "Display of random effects start", "Number of random effects",
+          "Random effect index", "Display of random effects end"},
+         fvRandEffectList, [&](std::size_t i) {
+             ACACommonDisplay::DisplayBV("Random effect covariate nested flags:", fvRandEffectNested[i]);
+         });
 }
 
 void MIXValidSpecs::DisplayEstimation() const {
@@ -175,17 +180,22 @@ void MIXValidSpecs::DisplayEstimation() const {
 }
 
 void MIXValidSpecs::DisplayBlocks() const {
-    List({"Random specs are not defined", "random specs", "Random spec"}, fvRandomList);
+    List({"Random specs are not defined", "Display of random specs start", "Number of random specs",
+          "Random spec index", "Display of random specs end"},
+         fvRandomList);
     Text("Display of repeated specs start");
     fRepeatedSpec.Display();
     fKronSpec.Display();
     Text("Display of repeated specs end");
-    List({"Custom tests are not defined", "custom tests", "Custom test"}, fvCustomTests);
+    List({"Custom tests are not defined", "Display of custom tests start", "Number of custom tests",
+          "Custom test index", "Display of custom tests end"},
+         fvCustomTests);
 }
 
 void MIXValidSpecs::DisplayEMMeans() const {
-    List({"Emmeans tests are not defined", "emmeans tests", "Emmeans test"}, fvEMMeansList,
-         [&](std::size_t i) { DisplayReference(i); });
+    List({"Emmeans tests are not defined", "Display of emmeans tests start", "Number of emmeans tests",
+          "Emmeans test index", "Display of emmeans tests end"},
+         fvEMMeansList, [&](std::size_t i) { DisplayReference(i); });
 }
 
 void MIXValidSpecs::DisplayReference(std::size_t request) const {
@@ -238,10 +248,14 @@ void MIXValidSpecs::DisplayOutputs() const {
     ACACommonDisplay::DisplaySV("Saved variable names:", fvSaveVarNames);
     ACACommonDisplay::DisplaySV("Saved variable labels:", fvSaveVarLabels);
     Int("Maximum number of new OBS to add", fMaxObsAdded);
-    OutputFile("MODEL", fOutFModelFileName);
-    OutputFile("PARAMETER", fOutFParameterFileName);
-    OutputFile("STATXML", fOutFStatXMLFileName);
-    OutputFile("STATJSON", fOutFStatJSONFileName);
+    OutputFile("OUTFILE MODEL is defined", "OUTFILE MODEL file name", "OUTFILE MODEL is not defined",
+               fOutFModelFileName);
+    OutputFile("OUTFILE PARAMETER is defined", "OUTFILE PARAMETER file name", "OUTFILE PARAMETER is not defined",
+               fOutFParameterFileName);
+    OutputFile("OUTFILE STATXML is defined", "OUTFILE STATXML file name", "OUTFILE STATXML is not defined",
+               fOutFStatXMLFileName);
+    OutputFile("OUTFILE STATJSON is defined", "OUTFILE STATJSON file name", "OUTFILE STATJSON is not defined",
+               fOutFStatJSONFileName);
     Bool("Use StatJSON indicator", fUseStatJSON);
     MCDisplay::DisplayCConvType("Convergence type for Type I and III", fConvTypeTypeIandIII);
     MCDisplay::DisplayDF("Convergence criterion value for Type I and III", fConvCritTypeIandIII);
