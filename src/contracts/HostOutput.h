@@ -263,6 +263,7 @@ class FacSTDictionary {
 public:
     explicit FacSTDictionary(const std::string& directory);
     void SetProcedure(const std::string& name);
+    void SetGlobalStringTable(const std::string& directory);  ///< where keys that the procedure lacks are looked up
     std::string LookUp(const std::string& key) const;
     std::string LookUp(const std::string& key, unsigned long& status) const;  ///< status 0 when found
 

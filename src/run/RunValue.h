@@ -38,29 +38,35 @@ enum class Link {
     kCauchit
 };
 
+/// Which end of the sorted categories is the reference, when no category is named.
+enum class ReferenceEnd { kDefault, kFirst, kLast };
+
 struct Target {
     Distribution fDistribution = Distribution::kNormal;
     Link fLink = Link::kIdentity;
     double fLinkPower = 1.0;
     int fTrialsVar = -1;        ///< binomial: trials by variable
     double fTrialsValue = 0.0;  ///< binomial: fixed number of trials; 0 none
+    int fNonEventsVar = -1;     ///< binomial: trials are the target plus this variable
     int fOffsetVar = -1;
     double fOffsetValue = 0.0;
     bool fDescending = false;               ///< order of a categorical target's categories
     std::optional<std::string> fReference;  ///< reference category of a binary or nominal target, as text
+    ReferenceEnd fReferenceEnd = ReferenceEnd::kDefault;
     std::optional<double> fDispersion;      ///< negative binomial: fixed dispersion; absent: estimated
     /// Whether the target's values are categories: binomial without trials, ordinal, nominal.
     bool IsCategorical() const {
         return fDistribution == Distribution::kOrdinal || fDistribution == Distribution::kNominal ||
-               (fDistribution == Distribution::kBinomial && fTrialsVar < 0 && fTrialsValue <= 0.0);
+               (fDistribution == Distribution::kBinomial && fTrialsVar < 0 && fTrialsValue <= 0.0 &&
+                fNonEventsVar < 0);
     }
 };
 
-enum class ContrastKind { kNone, kPairwise, kDeviation, kSimple };
+enum class ContrastKind { kNoContrast, kPairwise, kDeviation, kSimple };
 
 /// What the block's means record has no field for, request by request.
 struct MeansChoice {
-    ContrastKind fContrast = ContrastKind::kNone;
+    ContrastKind fContrast = ContrastKind::kNoContrast;
     bool fLinkScale = false;
     bool fFirstIsReference = false;
 };
@@ -133,6 +139,10 @@ struct RunValue {
     Levels fSplit;
     std::string fSplitName;
     int fSplitOrdinal = -1;  ///< number of the present split, from 0
+
+    bool fFatal = false;         ///< an error of level 3 was raised, or the user stopped the run
+    bool fStreamFailed = false;  ///< a document's stream went bad: the engine flushes it and says so before it returns
+    bool fFileFailed = false;    ///< a file that was asked for could not be written
 
     /// Left by the engine: one entry a split that reached it, by split ordinal.
     std::vector<SplitResult> fvResults;

@@ -1,0 +1,124 @@
+#include "host/output/FileStore.h"
+
+#include "contracts/HostFiles.h"
+#include "contracts/HostOutput.h"
+#include "host/output/Pattern.h"
+#include "host/strings/Catalogue.h"
+#include "run/RunValue.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace host {
+
+namespace {
+
+/// Waits until the disk has the file; false with errno set when it can't take it.
+bool Flushed(const std::string& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) return false;
+    const bool flushed = fsync(file) == 0 || errno == EINVAL;  // a pipe or device has nothing to flush
+    const int error = errno;
+    close(file);
+    errno = error;
+    return flushed;
+}
+
+}  // namespace
+
+FileStore& FileStore::Instance() {
+    static FileStore store;
+    return store;
+}
+
+std::string FileStore::Begin(const std::string& name) {
+    std::string path = fmt::format("{}.part{}", name, getpid());
+    fUnfinished[name] = path;
+    return path;
+}
+
+void FileStore::Refuse(const std::string& name, int error) {
+    fUnfinished.erase(name);
+    fvFailures.emplace_back(name, error);
+}
+
+void FileStore::Finish(const std::string& name, bool whole) {
+    const auto unfinished = fUnfinished.find(name);
+    if (unfinished == fUnfinished.end()) return;
+    const std::string path = unfinished->second;
+    fUnfinished.erase(unfinished);
+    errno = ENOSPC;  // what a stream that went bad has most often met
+    if (whole && Flushed(path) && rename(path.c_str(), name.c_str()) == 0) return;
+    fvFailures.emplace_back(name, errno);
+    unlink(path.c_str());
+}
+
+void FileStore::Remove(const std::string& name) {
+    std::error_code error;
+    std::filesystem::remove(name, error);
+    if (error) fvFailures.emplace_back(name, error.value());
+}
+
+void FileStore::RemoveUnfinished() {
+    for (const auto& [name, path] : fUnfinished)
+        unlink(path.c_str());
+    fUnfinished.clear();
+}
+
+void FileStore::Clear() {
+    RemoveUnfinished();
+    fvFailures.clear();
+}
+
+std::vector<std::string> FileStore::TakeFailures() {
+    RemoveUnfinished();
+    std::vector<std::string> sentences;
+    for (const auto& [name, error] : fvFailures) {
+        sentences.push_back(FillPattern(Catalogue::Current().Text("File ^1 could not be written: ^2 ..."),
+                                        std::vector<std::string>{name, std::strerror(error)}));
+    }
+    fvFailures.clear();
+    return sentences;
+}
+
+}  // namespace host
+
+void ExtNameStr::SetGeneric(const std::string& name) {
+    fName = name;
+}
+
+void ExtNameStr::Open(std::ofstream& stream, int) {
+    if (run::Current()) run::Current()->fStreamFailed = false;
+    stream.open(host::FileStore::Instance().Begin(fName), std::ios::out | std::ios::trunc | std::ios::binary);
+    if (!stream.is_open()) host::FileStore::Instance().Refuse(fName, errno);
+}
+
+AccessValue ExtNameStr::Access(AccessType) const {
+    std::error_code error;
+    return std::filesystem::exists(fName, error) ? kAccessOther : kAccessAbsent;
+}
+
+void ExtNameStr::remove() {
+    host::FileStore::Instance().Remove(fName);
+}
+
+void TestAndStoreToPes(const char* fileName, int, int) {
+    run::RunValue* run = run::Current();
+    host::FileStore::Instance().Finish(fileName, !run || !run->fStreamFailed);
+    if (run) run->fStreamFailed = false;
+}
+
+void BEPesRepos::BEPesClear() {
+    host::FileStore::Instance().Clear();
+}
+
+void BEPesRepos::BEPesCheckError() {
+    for (const auto& sentence : host::FileStore::Instance().TakeFailures()) {
+        BpError(BpString(sentence, false), kShowAlways, kLevelError);
+        if (run::Current()) run::Current()->fFileFailed = true;
+    }
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// Files on their way to their names. Each is written beside its name and moved there once it is whole, so that a
+/// failure leaves the file that was there before as it was, and nothing else.
+class FileStore {
+public:
+    static FileStore& Instance();
+
+    std::string Begin(const std::string& name);       ///< the path to write to
+    void Refuse(const std::string& name, int error);  ///< the path could not be opened
+    /// Moves a written file to its name: flushed to the disk first. whole: whether all of it was written.
+    void Finish(const std::string& name, bool whole);
+    void Remove(const std::string& name);
+    /// Forgets failures, and files that were begun and never finished.
+    void Clear();
+    /// A sentence a failure, in order; empties the list and removes what was never finished.
+    std::vector<std::string> TakeFailures();
+
+private:
+    void RemoveUnfinished();
+
+    std::map<std::string, std::string> fUnfinished;  ///< path by name
+    std::vector<std::pair<std::string, int>> fvFailures;
+};
+
+}  // namespace host

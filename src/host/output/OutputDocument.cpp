@@ -1,0 +1,116 @@
+#include "host/output/OutputDocument.h"
+
+#include "run/RunValue.h"
+
+#include <algorithm>
+
+namespace host {
+
+namespace {
+
+/// The group of the Notes table that a kind of row stands in.
+const char* NotesGroup(int kind) {
+    return kind == 2 ? "Output Files" : "Input";
+}
+
+bool UnderSplit(const output::Heading* heading, const std::string& name) {
+    for (; heading; heading = heading->fpParent) {
+        if (heading->fSplit && heading->fSplitName == name) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+OutputDocument::OutputDocument(const std::string& title)
+    : fTitle(output::MakeString(title, true)), fpRoot(std::make_shared<output::Heading>()) {}
+
+OutputDocument*& OutputDocument::Slot() {
+    static OutputDocument* current = nullptr;
+    return current;
+}
+
+OutputDocument* OutputDocument::Current() {
+    return Slot();
+}
+
+output::Heading& OutputDocument::SplitHeading(int ordinal, const std::string& name) {
+    auto& blocks = fpRoot->fvBlocks;
+    auto place = blocks.end();
+    for (auto at = blocks.begin(); at != blocks.end(); ++at) {
+        auto* heading = dynamic_cast<output::Heading*>(at->get());
+        if (!heading || !heading->fSplit) continue;
+        if (heading->fSplitName == name) return *heading;
+        // Splits stand in the order of the data, also when a later one was the first to speak.
+        if (heading->fSplitOrdinal > ordinal) {
+            place = at;
+            break;
+        }
+    }
+    auto heading = std::make_shared<output::Heading>();
+    heading->fpParent = fpRoot.get();
+    heading->fpTitle = output::MakeString(name, false);
+    heading->fSplit = true;
+    heading->fSplitOrdinal = ordinal;
+    heading->fSplitName = name;
+    return static_cast<output::Heading&>(**blocks.insert(place, heading));
+}
+
+void OutputDocument::Add(output::Heading& under, std::shared_ptr<output::Block> block, bool bySplit) {
+    output::Heading* parent = &under;
+    const run::RunValue* run = run::Current();
+    if (bySplit && run && !run->fSplitName.empty() && !UnderSplit(parent, run->fSplitName)) {
+        output::Heading& split = SplitHeading(run->fSplitOrdinal, run->fSplitName);
+        // A heading that was made outside of the split keeps its title inside of it.
+        if (parent != fpRoot.get()) {
+            auto inner = std::make_shared<output::Heading>();
+            inner->fpTitle = under.fpTitle;
+            inner->fHalf = fHalf;
+            inner->fpParent = &split;
+            split.fvBlocks.push_back(inner);
+            parent = inner.get();
+        } else {
+            parent = &split;
+        }
+    }
+    block->fpParent = parent;
+    parent->fvBlocks.push_back(std::move(block));
+}
+
+void OutputDocument::AddMessage(const output::Text& text, BpErrorLevel level) {
+    auto message = std::make_shared<output::Message>();
+    message->fpText = text;
+    message->fLevel = level;
+    Add(*fpRoot, message, true);
+}
+
+void OutputDocument::AddNote(int kind, const output::Text& label, const output::Text& value) {
+    const OutputScope scope(*this);
+    const auto text = [](const output::Text& node) {
+        struct Shared : BpCellText {
+            explicit Shared(const output::Text& from) : BpCellText(std::const_pointer_cast<output::TextNode>(from)) {}
+        };
+        return Shared(node);
+    };
+    if (!fpNotes) {
+        fpNotes = std::make_shared<output::Table>();
+        fpNotes->fpParent = fpRoot.get();
+        fpNotes->fpTitle = output::MakeString("Notes", true);
+        fpNotes->fpSubType = output::MakeString("Notes", false);
+        BpPivotTable(fpNotes).Dimension(BpString("Contents", true), BpGroup::kInsertion).Position(0, 1, true, false);
+    }
+    BpDimension rows(fpNotes->fvDimensions.front());
+    BpGroup group = rows.Group(BpString(NotesGroup(kind), true), true, BpGroup::kInsertion);
+    group.Category(text(label)).Cell(text(value));
+}
+
+long OutputDocument::Keep(output::Text text) {
+    fvKept.push_back(std::move(text));
+    return static_cast<long>(fvKept.size()) - 1;
+}
+
+output::Text OutputDocument::Kept(long handle) const {
+    return handle >= 0 && handle < static_cast<long>(fvKept.size()) ? fvKept[handle] : nullptr;
+}
+
+}  // namespace host

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "host/output/Tree.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A table as it is read: header rows, stub, cells and footnotes with their marks. Text and HTML are written from this.
+namespace report {
+
+struct Label {
+    std::string fText;
+    std::string fMarks;  ///< footnote marks, "a" or "a,b"; empty without a note
+};
+
+/// A header over columns [fFirst, fFirst + fSpan).
+struct HeaderCell {
+    Label fLabel;
+    int fFirst = 0;
+    int fSpan = 1;
+    int fDepth = 1;  ///< header rows that it takes; an ungrouped category reaches down to the last
+};
+
+struct StubCell {
+    Label fLabel;
+    int fIndent = 0;
+    int fRows = 1;  ///< rows that it stands for; 0 where the label of a row above still holds
+};
+
+struct DataCell {
+    Label fLabel;
+    bool fNumber = false;
+    int fBehindPoint = 0;  ///< characters from the decimal point on, for alignment
+};
+
+struct Row {
+    bool fGroup = false;  ///< a line that names a group: its last stub cell is the group's label, and it has no cells
+    std::vector<StubCell> fvStub;
+    std::vector<std::optional<DataCell>> fvCells;
+};
+
+struct Footnote {
+    std::string fMark;
+    std::string fText;
+};
+
+struct Layout {
+    std::string fTitle;
+    std::vector<std::string> fvNotes;  ///< notes of the whole table, without marks
+    std::vector<Label> fvStubTitles;   ///< a column of the stub each; empty where the title is hidden
+    std::vector<std::vector<HeaderCell>> fvHeader;
+    std::vector<Row> fvRows;
+    std::vector<std::string> fvCaption;  ///< lines
+    std::vector<Footnote> fvFootnotes;   ///< in reading order
+    int fColumns = 0;
+    int fMinDataColumnWidth = 0;
+};
+
+Layout MakeLayout(const output::Table& table, const host::Catalogue& strings);
+
+}  // namespace report
