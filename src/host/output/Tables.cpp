@@ -157,7 +157,10 @@ void BpCategory::Cell(const BpCellText& text) {
 }
 
 void BpCategory::CellNote(const BpAnnotation& note) {
-    if (output::Cell* cell = CurrentCell(As<output::Category>(fpNode))) AddNoteOnce(cell->fvNotes, note);
+    output::Category& category = As<output::Category>(fpNode);
+    output::Cell* cell = CurrentCell(category);
+    // A note that comes before any cell of its row belongs to the row.
+    AddNoteOnce(cell ? cell->fvNotes : category.fvNotes, note);
 }
 
 void BpCategory::Note(const BpAnnotation& note) {
