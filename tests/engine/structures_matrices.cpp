@@ -135,6 +135,31 @@ TEST(StructureMatrices, SpatialOnesFollowTheirDefinitions) {
     EXPECT_NEAR(covariance(kSPPOW, 0.0, 2.5), 0.0, kKernel);
 }
 
+// Large matrices are made strip by strip; every entry is that of its own distance alone.
+TEST(StructureMatrices, SpatialOnesOfManyPlacesMatchPairs) {
+    constexpr int kMany = 150;
+    std::mt19937_64 random(5);
+    const VectorXd at = VectorXd::NullaryExpr(kMany, [&] { return Draw(random, 0.0, 50.0); });
+    Places places = Levels(kMany), pair = Levels(2);
+    places.fDistances = (at.replicate(1, kMany) - at.transpose().replicate(kMany, 1)).cwiseAbs();
+    const auto structure = Make(kSPGAU, 1);
+    const Eigen::Vector2d theta(2.0, 9.0);
+    const MatrixXd matrix = MatrixOf(*structure, theta, places);
+    MatrixXd first, second, expected;
+    structure->First(theta, places, 1, first);
+    ASSERT_TRUE(structure->Second(theta, places, 1, 1, second));
+    for (int i = 0; i < kMany; ++i) {
+        for (int j = 0; j < kMany; ++j) {
+            pair.fDistances = MatrixXd::Constant(2, 2, places.fDistances(i, j));
+            EXPECT_NEAR(matrix(i, j), MatrixOf(*structure, theta, pair)(0, 1), kKernel);
+            structure->First(theta, pair, 1, expected);
+            EXPECT_NEAR(first(i, j), expected(0, 1), kKernel);
+            structure->Second(theta, pair, 1, 1, expected);
+            EXPECT_NEAR(second(i, j), expected(0, 1), kKernel);
+        }
+    }
+}
+
 TEST(StructureMatrices, KroneckerIsTheProductOfItsFactors) {
     const VectorXd a = (VectorXd(6) << 2.0, 0.3, 3.0, -0.2, 0.1, 4.0).finished();
     const MatrixXd first = MatrixOf(*Make(kUN, 3), a, Levels(3));

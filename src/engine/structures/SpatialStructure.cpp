@@ -11,6 +11,7 @@ namespace engine {
 namespace {
 
 constexpr double kLeastRange = 1e-60;  // stands for a range of 0, where quotients by it would overflow
+constexpr Eigen::Index kStripColumns = 64;
 constexpr int kGridPoints = 8;
 constexpr double kGridReach = 4.0;   // greatest range of the grid, in greatest distances
 constexpr double kStartShare = 0.5;  // starting range between the least (0) and the greatest (1) distance, in logs
@@ -40,28 +41,47 @@ struct DistanceRange {
     }
 };
 
-/// A law tells correlation and derivatives in its parameter for a whole matrix of distances, the bounds and name of
-/// that parameter, and its value when correlation is nearly gone at a distance of t.
+using Distances = Eigen::Map<const Eigen::ArrayXXd, 0, Eigen::OuterStride<>>;
+using Results = Eigen::Map<Eigen::ArrayXXd, 0, Eigen::OuterStride<>>;
+
+/// Evaluates a function of distances for a symmetric matrix of them: strips of columns from the diagonal down, as whole
+/// arrays, each then mirrored, so that no entry beyond a strip's own square is computed twice.
+template <class Function>
+void EvaluateSymmetric(const Eigen::MatrixXd& distances, Eigen::MatrixXd& out, const Function& function) {
+    const Eigen::Index n = distances.rows();
+    out.resize(n, n);
+    const Eigen::OuterStride<> stride(n);
+    for (Eigen::Index from = 0; from < n; from += kStripColumns) {
+        const Eigen::Index width = std::min(kStripColumns, n - from), rest = n - from - width;
+        function(Distances(&distances.coeffRef(from, from), n - from, width, stride),
+                 Results(&out.coeffRef(from, from), n - from, width, stride));
+        out.block(from, from + width, width, rest) = out.block(from + width, from, rest, width).transpose();
+    }
+}
+
+/// A law tells correlation and derivatives in its parameter for an array of distances, the bounds and name of that
+/// parameter, and its value for correlations that are nearly gone beyond a distance.
 template <class Law>
 class DistanceFamily : public CorrelationFamily {
 public:
     DistanceFamily() : CorrelationFamily({Law::Info()}) {}
 
     void Fill(const Values& rho, const Places& places, Eigen::MatrixXd& out) const override {
-        out.resize(places.fDistances.rows(), places.fDistances.cols());
-        Law::Value(places.fDistances.array(), rho[0], out);
+        EvaluateSymmetric(places.fDistances, out,
+                          [&](const Distances& d, Results values) { Law::Value(d, rho[0], values); });
     }
     void First(const Values& rho, const Places& places, int, Eigen::MatrixXd& out) const override {
-        out.resize(places.fDistances.rows(), places.fDistances.cols());
-        Law::First(places.fDistances.array(), rho[0], out);
+        EvaluateSymmetric(places.fDistances, out,
+                          [&](const Distances& d, Results values) { Law::First(d, rho[0], values); });
     }
     bool Second(const Values& rho, const Places& places, int, int, Eigen::MatrixXd& out) const override {
-        if constexpr (requires { Law::Second(places.fDistances.array(), rho[0], out); }) {
-            out.resize(places.fDistances.rows(), places.fDistances.cols());
-            Law::Second(places.fDistances.array(), rho[0], out);
+        if constexpr (Law::kPiecewiseLinear) {
+            return false;
+        } else {
+            EvaluateSymmetric(places.fDistances, out,
+                              [&](const Distances& d, Results values) { Law::Second(d, rho[0], values); });
             return true;
         }
-        return false;
     }
 
     Eigen::VectorXd Guess(const Eigen::MatrixXd&, const StartHint& hint) const override { return Inner(hint); }
@@ -77,7 +97,10 @@ public:
     }
 };
 
-using Distances = Eigen::ArrayWrapper<const Eigen::MatrixXd>;
+/// The inverse of a range, a range of 0 standing for a very small one.
+double Rate(double range) {
+    return 1.0 / std::max(range, kLeastRange);
+}
 
 ParamInfo RangeInfo(const std::string& name) {
     return {name, ParamKind::kRange, 0.0, kUnbounded};
@@ -88,114 +111,112 @@ ParamInfo SlopeInfo(const std::string& name) {
 }
 
 struct ExponentialLaw {
+    static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return RangeInfo("SPEXP range"); }
-    static double FromRange(double range) { return range / kRangesToNothing; }
-    static void Value(const Distances& d, double t, Eigen::MatrixXd& out) {
-        out = (d * (-1.0 / std::max(t, kLeastRange))).exp().matrix();
+    static double FromRange(double range) { return 0.5 * range; }  // exp(-2) there
+    static void Value(const Distances& d, double t, Results& out) { out = (d * -Rate(t)).exp(); }
+    static void First(const Distances& d, double t, Results& out) {
+        const double rate = Rate(t);
+        out = (d * -rate).exp() * (d * rate) * rate;
     }
-    static void First(const Distances& d, double t, Eigen::MatrixXd& out) {
-        const double rate = 1.0 / std::max(t, kLeastRange);
-        out = ((d * -rate).exp() * (d * rate) * rate).matrix();
+    static void Second(const Distances& d, double t, Results& out) {
+        const double rate = Rate(t);
+        out = (d * -rate).exp() * (d * rate) * (d * rate - 2.0) * rate * rate;
     }
-    static void Second(const Distances& d, double t, Eigen::MatrixXd& out) {
-        const double rate = 1.0 / std::max(t, kLeastRange);
-        out = ((d * -rate).exp() * (d * rate) * (d * rate - 2.0) * rate * rate).matrix();
-    }
-    static constexpr double kRangesToNothing = 2.0;  // correlation exp(-2) counts as nearly gone
 };
 
 struct PowerLaw {
+    static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return CorrelationInfo("SPPOW rho", 0.0, 1.0); }
     static double FromRange(double range) { return std::exp(-1.0 / ExponentialLaw::FromRange(range)); }
-    static void Value(const Distances& d, double rho, Eigen::MatrixXd& out) { out = (d * LogOf(rho)).exp().matrix(); }
-    static void First(const Distances& d, double rho, Eigen::MatrixXd& out) {
+    static void Value(const Distances& d, double rho, Results& out) { out = (d * LogOf(rho)).exp(); }
+    static void First(const Distances& d, double rho, Results& out) {
         if (rho <= 0.0) return AtZero(d, 1.0, 1.0, out);
-        out = ((d * LogOf(rho)).exp() * d / rho).matrix();
+        out = (d * LogOf(rho)).exp() * d / rho;
     }
-    static void Second(const Distances& d, double rho, Eigen::MatrixXd& out) {
+    static void Second(const Distances& d, double rho, Results& out) {
         if (rho <= 0.0) return AtZero(d, 2.0, 2.0, out);
-        out = ((d * LogOf(rho)).exp() * d * (d - 1.0) / (rho * rho)).matrix();
+        out = (d * LogOf(rho)).exp() * d * (d - 1.0) / (rho * rho);
     }
 
 private:
     static double LogOf(double rho) { return rho > 0.0 ? std::log(rho) : -1.0 / kLeastRange; }
 
     /// Derivatives at rho = 0: only the distance of that power has one that is neither zero nor infinite.
-    static void AtZero(const Distances& d, double power, double value, Eigen::MatrixXd& out) {
-        out = (d == power).select(Eigen::ArrayXXd::Constant(d.rows(), d.cols(), value), 0.0).matrix();
+    static void AtZero(const Distances& d, double power, double value, Results& out) {
+        out = (d == power).select(Eigen::ArrayXXd::Constant(d.rows(), d.cols(), value), 0.0);
     }
 };
 
 struct GaussianLaw {
+    static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return RangeInfo("SPGAU range"); }
-    static double FromRange(double range) { return range / kRangesToNothing; }
-    static void Value(const Distances& d, double t, Eigen::MatrixXd& out) {
-        out = (-(d / std::max(t, kLeastRange)).square()).exp().matrix();
+    static double FromRange(double range) { return range / 1.5; }  // exp(-2.25) there
+    static void Value(const Distances& d, double t, Results& out) { out = (-(d * Rate(t)).square()).exp(); }
+    static void First(const Distances& d, double t, Results& out) {
+        const double rate = Rate(t);
+        out = (d * rate).square();
+        out = (-out).exp() * out * (2.0 * rate);
     }
-    static void First(const Distances& d, double t, Eigen::MatrixXd& out) {
-        const double rate = 1.0 / std::max(t, kLeastRange);
-        out = (d * rate).square().matrix();
-        out = ((-out.array()).exp() * out.array() * (2.0 * rate)).matrix();
+    static void Second(const Distances& d, double t, Results& out) {
+        const double rate = Rate(t);
+        out = (d * rate).square();
+        out = (-out).exp() * out * (4.0 * out - 6.0) * rate * rate;
     }
-    static void Second(const Distances& d, double t, Eigen::MatrixXd& out) {
-        const double rate = 1.0 / std::max(t, kLeastRange);
-        out = (d * rate).square().matrix();
-        out = ((-out.array()).exp() * out.array() * (4.0 * out.array() - 6.0) * rate * rate).matrix();
-    }
-    static constexpr double kRangesToNothing = 1.5;
 };
 
 struct LinearLaw {
+    static constexpr bool kPiecewiseLinear = true;
     static ParamInfo Info() { return SlopeInfo("SPLIN rho"); }
     static double FromRange(double range) { return 1.0 / range; }
-    static void Value(const Distances& d, double rho, Eigen::MatrixXd& out) { out = (1.0 - rho * d).max(0.0).matrix(); }
-    static void First(const Distances& d, double rho, Eigen::MatrixXd& out) {
-        out = (rho * d < 1.0).select(-d, 0.0).matrix();
-    }
+    static void Value(const Distances& d, double rho, Results& out) { out = (1.0 - rho * d).max(0.0); }
+    static void First(const Distances& d, double rho, Results& out) { out = (rho * d < 1.0).select(-d, 0.0); }
 };
 
 struct LinearLogLaw {
+    static constexpr bool kPiecewiseLinear = true;
     static ParamInfo Info() { return SlopeInfo("SPLINLOG rho"); }
     static double FromRange(double range) { return 1.0 / std::log(std::max(range, kLeastReach)); }
-    static void Value(const Distances& d, double rho, Eigen::MatrixXd& out) {
-        out = (1.0 - rho * LogOf(d)).max(0.0).matrix();
+    static void Value(const Distances& d, double rho, Results& out) {
+        PutLog(d, out);
+        out = (1.0 - rho * out).max(0.0);
     }
-    static void First(const Distances& d, double rho, Eigen::MatrixXd& out) {
-        out = LogOf(d).matrix();
-        out = (rho * out.array() < 1.0).select(-out.array(), 0.0).matrix();
+    static void First(const Distances& d, double rho, Results& out) {
+        PutLog(d, out);
+        out = (rho * out < 1.0).select(-out, 0.0);
     }
 
 private:
     static constexpr double kLeastReach = 1.05;  // distances near 1 are perfectly correlated whatever rho
 
-    /// The logarithm of a distance; 0 for coinciding rows, whose correlation is 1.
-    static Eigen::ArrayXXd LogOf(const Distances& d) { return (d > 0.0).select(d, 1.0).log(); }
+    /// The logarithm of a distance; 0 for a row and itself, whose correlation is 1.
+    static void PutLog(const Distances& d, Results& out) {
+        out = (d > 0.0).select(d, 1.0);
+        out = out.log();
+    }
 };
 
 struct SphericalLaw {
+    static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return RangeInfo("SPSPH range"); }
     static double FromRange(double range) { return range; }
-    static void Value(const Distances& d, double t, Eigen::MatrixXd& out) {
-        out = Share(d, t);
-        out = (1.0 + out.array() * (0.5 * out.array().square() - 1.5)).matrix();
+    static void Value(const Distances& d, double t, Results& out) {
+        PutShare(d, t, out);
+        out = 1.0 + out * (0.5 * out.square() - 1.5);
     }
-    static void First(const Distances& d, double t, Eigen::MatrixXd& out) {
-        out = Share(d, t);
-        out = (out.array() * (1.0 - out.array().square()) * (1.5 / std::max(t, kLeastRange))).matrix();
+    static void First(const Distances& d, double t, Results& out) {
+        PutShare(d, t, out);
+        out = out * (1.0 - out.square()) * (1.5 * Rate(t));
     }
-    static void Second(const Distances& d, double t, Eigen::MatrixXd& out) {
-        const double rate = 1.0 / std::max(t, kLeastRange);
-        out = Share(d, t);
-        out = (out.array() < 1.0)
-                  .select(3.0 * out.array() * (2.0 * out.array().square() - 1.0) * rate * rate, 0.0)
-                  .matrix();
+    static void Second(const Distances& d, double t, Results& out) {
+        const double rate = Rate(t);
+        PutShare(d, t, out);
+        out = (out < 1.0).select(3.0 * out * (2.0 * out.square() - 1.0) * rate * rate, 0.0);
     }
 
 private:
     /// d / t, not beyond 1: there the correlation and its first derivative are 0.
-    static Eigen::MatrixXd Share(const Distances& d, double t) {
-        return (d * (1.0 / std::max(t, kLeastRange))).min(1.0).matrix();
-    }
+    static void PutShare(const Distances& d, double t, Results& out) { out = (d * Rate(t)).min(1.0); }
 };
 
 /// A structure over distances has the order of its rows only; its family reads no moments.
