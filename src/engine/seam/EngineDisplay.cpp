@@ -1,11 +1,11 @@
 #include "contracts/EngineDisplay.h"
 
+#include "engine/structures/Structure.h"
+
 #include <array>
 #include <charconv>
 #include <iostream>
 #include <string_view>
-
-#include "engine/structures/Structure.h"
 
 namespace MCDisplay {
 
@@ -43,27 +43,42 @@ void Enumerator(const std::string& label, int value, const std::array<Word, N>& 
 
 }  // namespace
 
-std::ostream* GetOutStream() { return Slot(); }
+std::ostream* GetOutStream() {
+    return Slot();
+}
 
-void SetOutStream(std::ostream* stream) { Slot() = stream; }
+void SetOutStream(std::ostream* stream) {
+    Slot() = stream;
+}
 
 void DisplayText(const std::string& text) {
     if (std::ostream* stream = Slot()) *stream << text << '\n';
 }
 
-void DisplayI(const std::string& label, long value) { Line(label, std::to_string(value)); }
+void DisplayI(const std::string& label, long value) {
+    Line(label, std::to_string(value));
+}
 
-void DisplayB(const std::string& label, bool value) { Line(label, value ? "true" : "false"); }
+void DisplayB(const std::string& label, bool value) {
+    Line(label, value ? "true" : "false");
+}
 
-void DisplayD(const std::string& label, double value) { Line(label, NumberText(value)); }
+void DisplayD(const std::string& label, double value) {
+    Line(label, NumberText(value));
+}
 
-void DisplayDF(const std::string& label, double value) { Line(label, NumberText(value)); }
+void DisplayDF(const std::string& label, double value) {
+    Line(label, NumberText(value));
+}
 
-void DisplayS(const std::string& label, const std::string& value) { Line(label, value); }
+void DisplayS(const std::string& label, const std::string& value) {
+    Line(label, value);
+}
 
 void DisplayIV(const std::string& label, const std::vector<int>& values) {
     std::string text;
-    for (int value : values) text += (text.empty() ? "" : " ") + std::to_string(value);
+    for (int value : values)
+        text += (text.empty() ? "" : " ") + std::to_string(value);
     Line(label, text);
 }
 
@@ -71,7 +86,9 @@ void DisplayCConvType(const std::string& label, int value) {
     Enumerator(label, value, std::array{Word{1, "absolute"}, Word{2, "relative"}});
 }
 
-void DisplayCCovbType(const std::string& label, int value) { Enumerator(label, value, std::array{Word{0, "model-based"}}); }
+void DisplayCCovbType(const std::string& label, int value) {
+    Enumerator(label, value, std::array{Word{0, "model-based"}});
+}
 
 void DisplayCHessianCompMethod(const std::string& label, int value) {
     Enumerator(label, value, std::array{Word{2, "Newton"}, Word{3, "Fisher then Newton"}});
@@ -81,9 +98,13 @@ void DisplayCEffectAnalysisType(const std::string& label, int value) {
     Enumerator(label, value, std::array{Word{0, "Type I"}, Word{1, "Type III"}});
 }
 
-void DisplayCEffectAnalysisStat(const std::string& label, int value) { Enumerator(label, value, std::array{Word{0, "Wald"}}); }
+void DisplayCEffectAnalysisStat(const std::string& label, int value) {
+    Enumerator(label, value, std::array{Word{0, "Wald"}});
+}
 
-void DisplayCCIType(const std::string& label, int value) { Enumerator(label, value, std::array{Word{0, "Wald"}}); }
+void DisplayCCIType(const std::string& label, int value) {
+    Enumerator(label, value, std::array{Word{0, "Wald"}});
+}
 
 void DisplayCThetaEstType(const std::string& label, int value) {
     Enumerator(label, value, std::array{Word{0, "full"}, Word{1, "restricted"}});
@@ -99,10 +120,11 @@ void DisplayCCovarType(const std::string& label, int value) {
 }
 
 void DisplayCScoreType(const std::string& label, int value) {
-    Enumerator(label, value,
-               std::array{Word{10, "fixed prediction"}, Word{0, "prediction"}, Word{6, "residual"},
-                          Word{11, "standard error of fixed prediction"}, Word{1, "standard error of prediction"},
-                          Word{19, "degrees of freedom of fixed prediction"}, Word{9, "degrees of freedom of prediction"}});
+    Enumerator(
+        label, value,
+        std::array{Word{10, "fixed prediction"}, Word{0, "prediction"}, Word{6, "residual"},
+                   Word{11, "standard error of fixed prediction"}, Word{1, "standard error of prediction"},
+                   Word{19, "degrees of freedom of fixed prediction"}, Word{9, "degrees of freedom of prediction"}});
 }
 
 void DisplayCCategOrder(const std::string& label, int value) {

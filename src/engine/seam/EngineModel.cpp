@@ -1,8 +1,8 @@
 #include "contracts/EngineModel.h"
 
-#include <algorithm>
-
 #include "contracts/EngineDisplay.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -17,13 +17,16 @@ int FindPosition(const std::vector<int>& predictors, int first, int last, int va
 std::vector<int> At(const std::vector<int>& values, const std::vector<int>& positions) {
     std::vector<int> picked;
     picked.reserve(positions.size());
-    for (int position : positions) picked.push_back(values[position]);
+    for (int position : positions)
+        picked.push_back(values[position]);
     return picked;
 }
 
 }  // namespace
 
-void MCModelEffect::Reset() { *this = MCModelEffect(); }
+void MCModelEffect::Reset() {
+    *this = MCModelEffect();
+}
 
 void MCModelEffect::Setup(int nFactors, int nCovariates, const std::vector<int>* predictors) {
     Reset();
@@ -58,9 +61,13 @@ void MCModelEffect::SetVarIndices(const std::vector<int>* predictors) {
     fvPredictors.resize(std::max(size, fvPredictors.size()), -1);
 }
 
-std::vector<int> MCModelEffect::GetFactors() const { return At(fvPredictors, fvFactorPos); }
+std::vector<int> MCModelEffect::GetFactors() const {
+    return At(fvPredictors, fvFactorPos);
+}
 
-std::vector<int> MCModelEffect::GetCovariates() const { return At(fvPredictors, fvCovariatePos); }
+std::vector<int> MCModelEffect::GetCovariates() const {
+    return At(fvPredictors, fvCovariatePos);
+}
 
 int MCModelEffect::GetCovariateMult(int variable) const {
     for (std::size_t i = 0; i < fvCovariatePos.size(); ++i) {
@@ -105,7 +112,8 @@ void GLMMRandomSpec::Reset(bool keepIndex) {
 
 void GLMMRandomSpec::Display() const {
     MCDisplay::DisplayI("Block index", fIndex);
-    for (const MCModelEffect& effect : fvEffects) effect.Display();
+    for (const MCModelEffect& effect : fvEffects)
+        effect.Display();
     MCDisplay::DisplayIV("Subject variables:", fvSubjects);
     MCDisplay::DisplayCCovarType("Covariance type", fCovarianceType);
     MCDisplay::DisplayB("Compute predictions of random effects", fComputeEBLUPs);
@@ -119,13 +127,17 @@ void LMatrixRow::Setup(LMatrixRowType type, int nEffects) {
     fNEffects = nEffects;
 }
 
-void LMatrixRow::AddNewPair(int effect, const std::vector<double>& values) { fvEffectPairs.emplace_back(effect, values); }
+void LMatrixRow::AddNewPair(int effect, const std::vector<double>& values) {
+    fvEffectPairs.emplace_back(effect, values);
+}
 
 void LMatrixRow::AddNewPair(const MCModelEffect& effect, const std::vector<double>& values) {
     fvRandomPairs.emplace_back(effect, values);
 }
 
-void CustomTest::Reset() { *this = CustomTest(); }
+void CustomTest::Reset() {
+    *this = CustomTest();
+}
 
 void CustomTest::Display() const {
     MCDisplay::DisplayS("Label", fLabel);
@@ -134,10 +146,13 @@ void CustomTest::Display() const {
         MCDisplay::DisplayI("Row type", row.fFixed.GetType());
         MCDisplay::DisplayB("Row has random coefficients", row.fMixed);
     }
-    for (double value : fvK) MCDisplay::DisplayDF("K", value);
+    for (double value : fvK)
+        MCDisplay::DisplayDF("K", value);
 }
 
-void MCEmmeansSpec::Reset() { *this = MCEmmeansSpec(); }
+void MCEmmeansSpec::Reset() {
+    *this = MCEmmeansSpec();
+}
 
 int MCEmmeansSpec::AddFactor(int variable, int nestLevel) {
     if (variable < 0 || nestLevel < 0) return -1;

@@ -3,7 +3,9 @@
 #include "contracts/EngineDisplay.h"
 #include "engine/seam/ModelBuilder.h"
 
-MCRegModelType GLMMSettings::GetModelType() const { return 0; }
+MCRegModelType GLMMSettings::GetModelType() const {
+    return 0;
+}
 
 bool GLMMSettings::IsValidSettings(bool complete) const {
     const bool hasTerms = GetInterceptUse() || !GetModelEffects().empty() || !fvRandomSpecs.empty();
@@ -31,14 +33,17 @@ void GLMMSettings::Display() const {
     }
     MCDisplay::DisplayIV("Covariates:", GetCovariates());
     MCDisplay::DisplayB("Intercept", GetInterceptUse());
-    for (const MCModelEffect& effect : GetModelEffects()) effect.Display();
+    for (const MCModelEffect& effect : GetModelEffects())
+        effect.Display();
     MCDisplay::DisplayI("Frequency weight variable", GetFrequencyWeightVar());
     MCDisplay::DisplayI("Regression weight variable", GetRegrWeightVar());
-    for (const GLMMRandomSpec& block : fvRandomSpecs) block.Display();
+    for (const GLMMRandomSpec& block : fvRandomSpecs)
+        block.Display();
     fRepeated.Display();
     fKronecker.Display();
     MCDisplay::DisplayIV("Spatial variables:", fvSpatialVars);
-    for (const MCEmmeansSpec& request : GetEmmeans()) request.Display();
+    for (const MCEmmeansSpec& request : GetEmmeans())
+        request.Display();
     MCDisplay::DisplayCThetaEstType("Theta estimation type", fThetaEstType);
     MCDisplay::DisplayCDegreesFreedomType("Degrees of freedom", fDFType);
     MCDisplay::DisplayCEffectAnalysisType("Analysis type", GetEffectAnalysisType());
@@ -54,6 +59,7 @@ void GLMMSettings::Display() const {
     MCDisplay::DisplayDF("Log-likelihood convergence criterion", GetLLConCriterion());
     MCDisplay::DisplayCConvType("Parameter convergence type", GetPConvergeType());
     MCDisplay::DisplayDF("Parameter convergence criterion", GetParamEstConCriterion());
-    for (ScoreType type : fvScoringTypes) MCDisplay::DisplayCScoreType("Score type", type);
+    for (ScoreType type : fvScoringTypes)
+        MCDisplay::DisplayCScoreType("Score type", type);
     MCDisplay::DisplayText("GLMMSettings display end");
 }

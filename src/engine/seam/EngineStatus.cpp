@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <limits>
 
-double MCMV::Missing() { return std::numeric_limits<double>::lowest(); }
+double MCMV::Missing() {
+    return std::numeric_limits<double>::lowest();
+}
 
-bool MCMV::IsMissing(double value) { return value == Missing(); }
+bool MCMV::IsMissing(double value) {
+    return value == Missing();
+}
 
 long MCStatus::GetDiscreteDatum(unsigned index) const {
     return fpDiscrete && index < fpDiscrete->size() ? (*fpDiscrete)[index] : 0;
@@ -32,6 +36,10 @@ double MCSymMatrix::GetElem(int blockRow, int blockColumn, int row, int column) 
     return fvElems[LowerTriangleIndex(row, column)];
 }
 
-void MCSymMatrix::SetElem(int row, int column, double value) { fvElems[LowerTriangleIndex(row, column)] = value; }
+void MCSymMatrix::SetElem(int row, int column, double value) {
+    fvElems[LowerTriangleIndex(row, column)] = value;
+}
 
-int MCBitSet::InSet() const { return static_cast<int>(std::count(fvBits.begin(), fvBits.end(), true)); }
+int MCBitSet::InSet() const {
+    return static_cast<int>(std::count(fvBits.begin(), fvBits.end(), true));
+}

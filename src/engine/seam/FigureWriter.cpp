@@ -1,7 +1,7 @@
-#include <string>
-
 #include "engine/seam/Namer.h"
 #include "engine/seam/ResultWriter.h"
+
+#include <string>
 
 namespace engine {
 
@@ -45,7 +45,8 @@ private:
         fFigures.fCode = fFit.fStatus.IsOk() ? 0 : fFit.fStatus.fCode;
         fFigures.fConverged = fFit.fStatus.IsOk();
         fFigures.fIterations = fFit.fIterations;
-        for (const FitStatus& warning : fFit.fWarnings) AddMessage(warning);
+        for (const FitStatus& warning : fFit.fWarnings)
+            AddMessage(warning);
         if (fFit.fStatus.IsError()) AddMessage(fFit.fStatus);
     }
 
@@ -98,8 +99,8 @@ private:
 
     void Tests() {
         for (const FTestResult& test : fFit.fTests) {
-            fFigures.fTests.push_back({fNamer.Effect(fEffects[test.fEffect]), fSpec.fTypeI ? 1 : 3, test.fDf1, test.fDf2,
-                                       test.fF, test.fP});
+            fFigures.fTests.push_back(
+                {fNamer.Effect(fEffects[test.fEffect]), fSpec.fTypeI ? 1 : 3, test.fDf1, test.fDf2, test.fF, test.fP});
         }
     }
 
@@ -176,7 +177,8 @@ private:
         for (std::size_t b = 0; b < fSpec.fRandom.size(); ++b) {
             const int block = static_cast<int>(b);
             std::vector<std::string> names;
-            for (int c = 0; c < fFit.fNumColumns[b]; ++c) names.push_back(ColumnTerm(block, c));
+            for (int c = 0; c < fFit.fNumColumns[b]; ++c)
+                names.push_back(ColumnTerm(block, c));
             const int groups = fSpec.fRandom[b].fGroup < 0 ? 0 : static_cast<int>(GroupTexts(block).size());
             for (int group = groups ? 0 : -1; group < groups; ++group) {
                 std::string title = "G Matrix: block " + std::to_string(block + 1);
@@ -189,17 +191,21 @@ private:
     void RMatrix() {
         const Eigen::MatrixXd matrix = fFit.ResidualCovariance();
         std::vector<std::string> names;
-        for (Eigen::Index i = 0; i < matrix.rows(); ++i) names.push_back(std::to_string(i + 1));
+        for (Eigen::Index i = 0; i < matrix.rows(); ++i)
+            names.push_back(std::to_string(i + 1));
         fFigures.fMatrices.push_back({"R Matrix: first subject", names, names, Rows(matrix)});
     }
 
     void LMatrices() {
         std::vector<std::string> columns;
-        for (const run::FixedRow& row : fFigures.fFixed) columns.push_back(row.fTerm);
+        for (const run::FixedRow& row : fFigures.fFixed)
+            columns.push_back(row.fTerm);
         for (const FTestResult& test : fFit.fTests) {
             std::vector<std::string> names;
-            for (Eigen::Index i = 0; i < test.fL.rows(); ++i) names.push_back("L" + std::to_string(i + 1));
-            fFigures.fMatrices.push_back({"L Matrix: " + fNamer.Effect(fEffects[test.fEffect]), names, columns, Rows(test.fL)});
+            for (Eigen::Index i = 0; i < test.fL.rows(); ++i)
+                names.push_back("L" + std::to_string(i + 1));
+            fFigures.fMatrices.push_back(
+                {"L Matrix: " + fNamer.Effect(fEffects[test.fEffect]), names, columns, Rows(test.fL)});
         }
     }
 
@@ -214,6 +220,8 @@ private:
 
 }  // namespace
 
-run::Figures MakeFigures(const FigureSource& source) { return FigureMaker(source).Make(); }
+run::Figures MakeFigures(const FigureSource& source) {
+    return FigureMaker(source).Make();
+}
 
 }  // namespace engine

@@ -18,7 +18,8 @@ ModelEffect ConvertEffect(const MCModelEffect& source) {
 
 RandomBlock ConvertRandom(const GLMMRandomSpec& source) {
     RandomBlock block;
-    for (const MCModelEffect& effect : source.GetEffects()) block.fEffects.push_back(ConvertEffect(effect));
+    for (const MCModelEffect& effect : source.GetEffects())
+        block.fEffects.push_back(ConvertEffect(effect));
     block.fSubjects = source.GetSubjectVars();
     block.fType = static_cast<CovarianceType>(source.GetCovarianceType());
     return block;
@@ -36,7 +37,9 @@ ResidualBlock ConvertResidual(const GLMMSettings& settings) {
     return block;
 }
 
-Criterion ConvertCriterion(bool on, double value, MCConvType type) { return {on ? value : 0.0, type == 2}; }
+Criterion ConvertCriterion(bool on, double value, MCConvType type) {
+    return {on ? value : 0.0, type == 2};
+}
 
 void AddVariables(const MCVarList& variables, ModelSpec& spec) {
     spec.fLevels.assign(variables.Size(), 0);
@@ -80,8 +83,10 @@ ModelSpec BuildModelSpec(const GLMMSettings& settings, const MCVarList* variable
     ModelSpec spec;
     spec.fDependent = settings.GetDependent();
     spec.fIntercept = settings.GetInterceptUse();
-    for (const MCModelEffect& effect : settings.GetModelEffects()) spec.fFixed.push_back(ConvertEffect(effect));
-    for (const GLMMRandomSpec& block : settings.GetRandomSpecs()) spec.fRandom.push_back(ConvertRandom(block));
+    for (const MCModelEffect& effect : settings.GetModelEffects())
+        spec.fFixed.push_back(ConvertEffect(effect));
+    for (const GLMMRandomSpec& block : settings.GetRandomSpecs())
+        spec.fRandom.push_back(ConvertRandom(block));
     spec.fResidual = ConvertResidual(settings);
     spec.fRegressionWeight = settings.GetRegrWeightVar();
     spec.fOffset = settings.GetOffset();

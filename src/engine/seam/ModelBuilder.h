@@ -1,11 +1,11 @@
 #pragma once
 
-#include <vector>
-
 #include "contracts/EngineSettings.h"
 #include "contracts/EngineVariables.h"
 #include "engine/model/ModelSpec.h"
 #include "run/RunValue.h"
+
+#include <vector>
 
 namespace engine {
 

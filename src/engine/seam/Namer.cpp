@@ -36,9 +36,11 @@ std::string Namer::Category(int recordVariable, int code) const {
 std::string Namer::Effect(const ModelEffect& effect) const {
     if (effect.IsIntercept()) return std::string(kIntercept);
     std::string text;
-    for (int factor : effect.fFactors) Append(text, "*", Variable(factor));
+    for (int factor : effect.fFactors)
+        Append(text, "*", Variable(factor));
     for (const EffectCovariate& covariate : effect.fCovariates) {
-        for (int i = 0; i < covariate.fMultiplicity; ++i) Append(text, "*", Variable(covariate.fVariable));
+        for (int i = 0; i < covariate.fMultiplicity; ++i)
+            Append(text, "*", Variable(covariate.fVariable));
     }
     return text;
 }
@@ -50,20 +52,23 @@ std::string Namer::Term(const ModelEffect& effect, const std::vector<int>& level
         Append(text, " * ", "[" + Variable(effect.fFactors[i]) + "=" + Category(effect.fFactors[i], levels[i]) + "]");
     }
     for (const EffectCovariate& covariate : effect.fCovariates) {
-        for (int i = 0; i < covariate.fMultiplicity; ++i) Append(text, " * ", Variable(covariate.fVariable));
+        for (int i = 0; i < covariate.fMultiplicity; ++i)
+            Append(text, " * ", Variable(covariate.fVariable));
     }
     return text;
 }
 
 std::string Namer::Variables(const std::vector<int>& recordVariables) const {
     std::string text;
-    for (int variable : recordVariables) Append(text, "*", Variable(variable));
+    for (int variable : recordVariables)
+        Append(text, "*", Variable(variable));
     return text;
 }
 
 std::string Namer::Categories(const std::vector<int>& recordVariables, const std::vector<int>& codes) const {
     std::string text;
-    for (std::size_t i = 0; i < codes.size(); ++i) Append(text, "*", Category(recordVariables[i], codes[i]));
+    for (std::size_t i = 0; i < codes.size(); ++i)
+        Append(text, "*", Category(recordVariables[i], codes[i]));
     return text;
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "contracts/EngineVariables.h"
 #include "engine/lmm/FitResult.h"
 #include "run/RunValue.h"
+
+#include <string>
+#include <vector>
 
 namespace engine {
 

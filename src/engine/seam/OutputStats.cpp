@@ -1,13 +1,15 @@
-#include <cmath>
-
 #include "contracts/EngineDisplay.h"
 #include "engine/seam/ResultWriter.h"
+
+#include <cmath>
 
 namespace engine {
 
 namespace {
 
-double ToSystem(double value) { return std::isnan(value) ? MCMV::Missing() : value; }
+double ToSystem(double value) {
+    return std::isnan(value) ? MCMV::Missing() : value;
+}
 
 /// A parameter of the effect list at the levels. The intercept stays as born: no effect index, no variables.
 MCRegrParameter MakeParameter(const std::vector<MCModelEffect>& effects, int effect, const std::vector<int>& levels) {
@@ -70,7 +72,8 @@ GLMMOutputStats MakeOutputStats(const FitResult& fit, const ModelSpec& spec, con
         stats.fvBeta.push_back(MakeParameter(settings.GetModelEffects(), parameter.fEffect - shift, parameter.fLevels));
         stats.fvBetaStats.push_back(MakeStats(parameter));
         stats.fKept.Set(i, !parameter.fRedundant);
-        for (int j = 0; j <= i; ++j) stats.fCovBeta.SetElem(i, j, ToSystem(fit.fFixedCovariance(i, j)));
+        for (int j = 0; j <= i; ++j)
+            stats.fCovBeta.SetElem(i, j, ToSystem(fit.fFixedCovariance(i, j)));
     }
     for (std::size_t b = 0; b < fit.fRandomColumns.size(); ++b) {
         const std::vector<MCModelEffect>& effects = settings.GetRandomSpecs()[b].GetEffects();
@@ -88,7 +91,8 @@ GLMMOutputStats MakeOutputStats(const FitResult& fit, const ModelSpec& spec, con
     stats.fTotalFreqWeight = fit.fTotalFrequency;
     (spec.fTypeI ? stats.fTypeI : stats.fTypeIII) = MakeTests(fit.fTests);
     (spec.fTypeI ? stats.fHasTypeI : stats.fHasTypeIII) = true;
-    for (const FitStatus& warning : fit.fWarnings) stats.fvWarnings.push_back(ConvertStatus(warning));
+    for (const FitStatus& warning : fit.fWarnings)
+        stats.fvWarnings.push_back(ConvertStatus(warning));
     return stats;
 }
 
@@ -108,7 +112,9 @@ void GLMMOutputStats::Display() const {
         MCDisplay::DisplayDF("Degrees of freedom", fvBetaStats[i].fDF);
         MCDisplay::DisplayB("Redundant", fvBetaStats[i].fRedundant);
     }
-    for (double theta : fvTheta) MCDisplay::DisplayDF("Covariance parameter", theta);
-    for (const MCStatus& warning : fvWarnings) MCDisplay::DisplayI("Warning", warning.GetErrorCode());
+    for (double theta : fvTheta)
+        MCDisplay::DisplayDF("Covariance parameter", theta);
+    for (const MCStatus& warning : fvWarnings)
+        MCDisplay::DisplayI("Warning", warning.GetErrorCode());
     MCDisplay::DisplayText("GLMMOutputStats display end");
 }

@@ -1,10 +1,10 @@
 #include "engine/seam/Scorer.h"
 
+#include "contracts/EngineStatus.h"
+
 #include <array>
 #include <cmath>
 #include <optional>
-
-#include "contracts/EngineStatus.h"
 
 namespace engine {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <vector>
-
 #include "contracts/EngineSettings.h"
 #include "engine/lmm/FitResult.h"
+
+#include <vector>
 
 namespace engine {
 

@@ -1,0 +1,173 @@
+#include "contracts/EngineAlgorithm.h"
+#include "contracts/EngineDisplay.h"
+#include "engine/lmm/LmmFit.h"
+#include "engine/seam/ModelBuilder.h"
+#include "engine/seam/ResultWriter.h"
+#include "engine/seam/Scorer.h"
+#include "run/RunValue.h"
+
+#include <atomic>
+#include <new>
+#include <optional>
+#include <stdexcept>
+
+namespace engine {
+
+namespace {
+
+constexpr long kInvalidSettings = 130009;
+constexpr long kMachineFailed = 130089;
+
+/// What the engine keeps of a split for scoring.
+struct KeptModel : run::FittedModel {
+    ModelSpec fSpec;
+    FitResult fFit;
+};
+
+}  // namespace
+
+}  // namespace engine
+
+struct GLMMAlgorithm::Impl {
+    Impl(GLMMSettings const& settings, MCVarList const& variables)
+        : fSettings(settings), fVariables(variables), fpRun(run::Current()), fpCancel(settings.GetCancelPointer()) {
+        if (!settings.IsValidSettings()) fStatus = MCStatus(engine::kInvalidSettings, false);
+    }
+
+    MCStatus Fit(MultiPassRecordIter& data);
+    MCStatus TakeKeptModel();
+    void Keep(engine::ModelSpec spec, engine::FitResult fit);
+
+    GLMMSettings const& fSettings;
+    MCVarList const& fVariables;
+    run::RunValue* fpRun;
+    run::RunValue fNoRun;  ///< stands in for a host that has none
+    MCQueryCancel* fpCancel;
+    ProgressListener* fpListener = nullptr;
+    std::atomic<bool> fCancelled{false};
+    MCStatus fStatus;
+    std::vector<MCStatus> fvWarnings;
+    std::vector<ScoreType> fvScoreTypes;
+    std::shared_ptr<const engine::KeptModel> fpModel;
+    std::optional<GLMMOutputStats> fStats;
+};
+
+MCStatus GLMMAlgorithm::Impl::Fit(MultiPassRecordIter& data) {
+    engine::ModelSpec spec = engine::BuildModelSpec(fSettings, &fVariables, fpRun);
+    spec.fCancelled = [this] { return fCancelled || (fpCancel && fpCancel->CheckCancel()); };
+    if (fpListener) {
+        spec.fProgress = [this, limit = spec.fMaxIterations](const engine::FitProgress& progress) {
+            fpListener->OnProgress("fitting", static_cast<double>(progress.fIteration) / limit);
+        };
+    }
+    std::vector<double> storage;
+    const engine::RecordView records = engine::ViewRecords(data, fpRun, storage);
+    Keep(spec, engine::FitLmm(spec, records));
+    return fStatus;
+}
+
+/// The split's model was fitted by an earlier walk over the same command.
+MCStatus GLMMAlgorithm::Impl::TakeKeptModel() {
+    const run::SplitResult& result = fpRun->Result(fpRun->fSplitOrdinal);
+    fpModel = std::dynamic_pointer_cast<const engine::KeptModel>(result.fpModel);
+    fStatus = fpModel ? engine::ConvertStatus(fpModel->fFit.fStatus) : MCStatus(engine::kInvalidSettings, false);
+    return fStatus;
+}
+
+void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit) {
+    fStatus = engine::ConvertStatus(fit.fStatus);
+    fvWarnings.clear();
+    for (const engine::FitStatus& warning : fit.fWarnings)
+        fvWarnings.push_back(engine::ConvertStatus(warning));
+    if (fpRun) {
+        run::SplitResult& result = fpRun->Result(fpRun->fSplitOrdinal);
+        result.fSplit = fpRun->fSplit;
+        result.fName = fpRun->fSplitName;
+        result.fFigures = engine::MakeFigures({fit, spec, fVariables, *fpRun});
+    }
+    if (fStatus.IsError() || !fit.HasEstimates()) return;
+
+    fStats = engine::MakeOutputStats(fit, spec, fSettings);
+    auto model = std::make_shared<engine::KeptModel>();
+    model->fSpec = std::move(spec);
+    model->fFit = std::move(fit);
+    fpModel = model;
+    if (fpRun) fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
+}
+
+GLMMAlgorithm::GLMMAlgorithm(GLMMSettings const& settings, MCVarList const& variables)
+    : fpImpl(std::make_unique<Impl>(settings, variables)) {}
+
+GLMMAlgorithm::~GLMMAlgorithm() = default;
+
+MCStatus GLMMAlgorithm::BuildModel(MultiPassRecordIter& data, MultiPassRecordIter* /*second*/) {
+    if (fpImpl->fStatus.IsError()) return fpImpl->fStatus;
+    try {
+        const bool kept = fpImpl->fpRun && fpImpl->fpRun->fScoring;
+        return kept ? fpImpl->TakeKeptModel() : fpImpl->Fit(data);
+    } catch (const std::bad_alloc&) {
+        fpImpl->fStatus = MCStatus(engine::kMachineFailed, false);
+        fpImpl->fStatus.SetDetail(
+            "The model needs more memory than the machine has: leave out an effect with many levels, or use a larger "
+            "machine.");
+    }
+    return fpImpl->fStatus;
+}
+
+bool GLMMAlgorithm::IsModelBuilt() const {
+    return fpImpl->fpModel != nullptr;
+}
+
+MCStatus GLMMAlgorithm::Score(Record const& record, std::vector<double>& scores,
+                              std::vector<std::vector<double>>& probabilities) {
+    probabilities.clear();
+    if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
+    scores = engine::ScoreRecord(fpImpl->fpModel->fFit, fpImpl->fpModel->fSpec, fpImpl->fvScoreTypes, record.fpValues);
+    return {};
+}
+
+MCStatus GLMMAlgorithm::GetStatus() const {
+    return fpImpl->fStatus;
+}
+
+void GLMMAlgorithm::SetProgressListener(ProgressListener* listener) {
+    fpImpl->fpListener = listener;
+}
+
+void GLMMAlgorithm::SetCancelPtr(MCQueryCancel* cancel) {
+    fpImpl->fpCancel = cancel;
+}
+
+void GLMMAlgorithm::Cancel() {
+    fpImpl->fCancelled = true;
+}
+
+std::string GLMMAlgorithm::GetComponentVersion() const {
+    return "1.0";
+}
+
+std::vector<MCStatus> GLMMAlgorithm::GetWarnings() const {
+    return fpImpl->fvWarnings;
+}
+
+void GLMMAlgorithm::SetCompScoreTypes(const std::vector<ScoreType>& types) {
+    fpImpl->fvScoreTypes = types;
+}
+
+const GLMMOutputStats* GLMMAlgorithm::GetOutputStats() const {
+    return fpImpl->fStats ? &*fpImpl->fStats : nullptr;
+}
+
+void GLMMAlgorithm::Display(std::ostream& stream) const {
+    std::ostream* saved = MCDisplay::GetOutStream();
+    MCDisplay::SetOutStream(&stream);
+    MCDisplay::DisplayText("GLMMAlgorithm display start");
+    fpImpl->fSettings.Display();
+    fpImpl->fVariables.Display();
+    MCDisplay::DisplayI("Status", fpImpl->fStatus.GetErrorCode());
+    for (const MCStatus& warning : fpImpl->fvWarnings)
+        MCDisplay::DisplayI("Warning", warning.GetErrorCode());
+    if (fpImpl->fStats) fpImpl->fStats->Display();
+    MCDisplay::DisplayText("GLMMAlgorithm display end");
+    MCDisplay::SetOutStream(saved);
+}
