@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
 
 namespace engine {
 
@@ -203,27 +204,55 @@ protected:
     Eigen::VectorXd TableSecond(const Values&, int, int) const override { return {}; }
 };
 
+/// Products of adjacent correlations between positions: those of some rows, and further ones that are asked for. Only
+/// these are tabled, so that a subject with few of many levels costs little.
+class PathProducts {
+public:
+    PathProducts(const Values& rho, const std::vector<int>& positions, std::initializer_list<int> further = {})
+        : fIndex(rho.size() + 1) {
+        std::vector<int> present(positions);
+        present.insert(present.end(), further);
+        std::sort(present.begin(), present.end());
+        present.erase(std::unique(present.begin(), present.end()), present.end());
+        const int count = static_cast<int>(present.size());
+        fTable.resize(count, count);
+        for (int i = 0; i < count; ++i) {
+            fIndex[present[i]] = i;
+            fTable(i, i) = 1.0;
+            if (i == 0) continue;
+            const double step = rho.segment(present[i - 1], present[i] - present[i - 1]).prod();
+            fTable.row(i).head(i) = step * fTable.row(i - 1).head(i);
+        }
+    }
+
+    /// From position lo up to hi, hi >= lo; 1 when they are equal.
+    double operator()(int hi, int lo) const { return fTable(fIndex[hi], fIndex[lo]); }
+
+private:
+    std::vector<int> fIndex;  // row and column of the table by position
+    Eigen::MatrixXd fTable;   // lower triangle
+};
+
 class Antedependence : public CorrelationFamily {
 public:
     Antedependence(const std::string& word, int dimension)
-        : CorrelationFamily(IndexedCorrelations(word + " rho", dimension - 1)), fDimension(dimension) {}
+        : CorrelationFamily(IndexedCorrelations(word + " rho", dimension - 1)) {}
 
     void Fill(const Values& rho, const Places& places, Eigen::MatrixXd& out) const override {
-        const Eigen::MatrixXd products = Products(rho);
-        FillByPositions(places.fPositions, out, [&](int hi, int lo) { return products(hi, lo); });
+        const PathProducts product(rho, places.fPositions);
+        FillByPositions(places.fPositions, out, [&](int hi, int lo) { return product(hi, lo); });
     }
     void First(const Values& rho, const Places& places, int k, Eigen::MatrixXd& out) const override {
-        const Eigen::MatrixXd products = Products(rho);
-        FillByPositions(places.fPositions, out, [&](int hi, int lo) {
-            return lo <= k && k < hi ? products(k, lo) * products(hi, k + 1) : 0.0;
-        });
+        const PathProducts product(rho, places.fPositions, {k, k + 1});
+        FillByPositions(places.fPositions, out,
+                        [&](int hi, int lo) { return lo <= k && k < hi ? product(k, lo) * product(hi, k + 1) : 0.0; });
     }
     bool Second(const Values& rho, const Places& places, int k, int l, Eigen::MatrixXd& out) const override {
         if (k == l) return false;
         const int a = std::min(k, l), b = std::max(k, l);
-        const Eigen::MatrixXd products = Products(rho);
+        const PathProducts product(rho, places.fPositions, {a, a + 1, b, b + 1});
         FillByPositions(places.fPositions, out, [&](int hi, int lo) {
-            return lo <= a && b < hi ? products(a, lo) * products(b, a + 1) * products(hi, b + 1) : 0.0;
+            return lo <= a && b < hi ? product(a, lo) * product(b, a + 1) * product(hi, b + 1) : 0.0;
         });
         return true;
     }
@@ -231,20 +260,6 @@ public:
     Eigen::VectorXd Guess(const Eigen::MatrixXd& correlation, const StartHint&) const override {
         return correlation.diagonal(-1);
     }
-
-private:
-    /// Lower triangle: the product of the correlations from position lo up to hi, 1 on the diagonal.
-    Eigen::MatrixXd Products(const Values& rho) const {
-        Eigen::MatrixXd products(fDimension, fDimension);
-        for (int lo = 0; lo < fDimension; ++lo) {
-            products(lo, lo) = 1.0;
-            for (int hi = lo + 1; hi < fDimension; ++hi)
-                products(hi, lo) = products(hi - 1, lo) * rho[hi - 1];
-        }
-        return products;
-    }
-
-    const int fDimension;
 };
 
 class FreeCorrelations : public CorrelationFamily {

@@ -49,7 +49,8 @@ class Structure {
 public:
     virtual ~Structure() = default;
 
-    /// Order of the full matrix: columns of a random block, levels of a repeated one (the product for Kronecker).
+    /// Order of the full matrix: columns of a random block, levels of a repeated one (the product for Kronecker). 1
+    /// for structures over distances: the rows alone decide their order, and StartHint::fMoments is not used.
     virtual int Dimension() const = 0;
 
     /// One entry a parameter, in reported order.
