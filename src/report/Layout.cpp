@@ -1,5 +1,6 @@
 #include "report/Layout.h"
 
+#include "host/output/FigureText.h"
 #include "report/DisplayText.h"
 
 #include <algorithm>
@@ -250,7 +251,9 @@ private:
         DataCell shown;
         if (cell->fpText) {
             shown.fLabel.fText = Shown(cell->fpText);
-            shown.fNumber = cell->fpText->AsFigure() && LooksNumeric(shown.fLabel.fText);
+            const output::Figure* figure = cell->fpText->AsFigure();
+            shown.fNumber = figure && LooksNumeric(shown.fLabel.fText);
+            if (shown.fNumber && !host::IsMissingFigure(figure->fValue)) shown.fValue = figure->fValue;
         }
         shown.fLabel.fMarks = Marks(cell->fvNotes);
         const std::size_t point = shown.fLabel.fText.find_first_of(".e%");

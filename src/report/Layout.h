@@ -31,7 +31,8 @@ struct StubCell {
 struct DataCell {
     Label fLabel;
     bool fNumber = false;
-    int fBehindPoint = 0;  ///< characters from the decimal point on, for alignment
+    int fBehindPoint = 0;          ///< characters from the decimal point on, for alignment
+    std::optional<double> fValue;  ///< the full double behind a number that isn't missing
 };
 
 struct Row {

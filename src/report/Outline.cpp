@@ -2,6 +2,8 @@
 
 #include "report/DisplayText.h"
 
+#include <set>
+
 namespace report {
 
 namespace {
@@ -11,13 +13,15 @@ public:
     Collector(const Selection& selection, const host::Catalogue& strings) : fSelection(selection), fStrings(strings) {}
 
     void Enter(const output::Heading& heading) override {
+        if (heading.fSplit) fSplit = heading.fSplitName;
         if (heading.fpTitle) fHeadings.push_back(Clean(heading.fpTitle->Show(fStrings)));
     }
     void Leave(const output::Heading& heading) override {
         if (heading.fpTitle) fHeadings.pop_back();
+        if (heading.fSplit) fSplit.clear();
     }
     void Show(const output::Table& table) override {
-        if (IsWanted(table) && !table.fCells.empty()) Take(table);
+        if (IsWanted(table) && !table.fCells.empty() && !IsOfferedAgain(table)) Take(table);
     }
     void Show(const output::Chart& chart) override {
         if (IsWanted(chart) && chart.fpModel) Take(chart);
@@ -38,11 +42,20 @@ private:
         }
         return true;
     }
+    /// The system offers the predictions of random effects from both of its halves; once is enough.
+    bool IsOfferedAgain(const output::Table& table) {
+        static const std::string kPredictions = "Empirical Best Linear Unbiased Predictions";
+        if (table.fpSubType->Show(fStrings) != fStrings.Text(kPredictions)) return false;
+        return !fPredictions.insert(fSplit + '\n' + table.fpTitle->Show(fStrings)).second;
+    }
+
     void Take(const output::Block& block) { fItems.push_back({fHeadings, &block}); }
 
     const Selection& fSelection;
     const host::Catalogue& fStrings;
     std::vector<std::string> fHeadings;
+    std::string fSplit;
+    std::set<std::string> fPredictions;
 };
 
 }  // namespace

@@ -86,12 +86,6 @@ void OutputDocument::AddMessage(const output::Text& text, BpErrorLevel level) {
 
 void OutputDocument::AddNote(int kind, const output::Text& label, const output::Text& value) {
     const OutputScope scope(*this);
-    const auto text = [](const output::Text& node) {
-        struct Shared : BpCellText {
-            explicit Shared(const output::Text& from) : BpCellText(std::const_pointer_cast<output::TextNode>(from)) {}
-        };
-        return Shared(node);
-    };
     if (!fpNotes) {
         fpNotes = std::make_shared<output::Table>();
         fpNotes->fpParent = fpRoot.get();
@@ -101,7 +95,7 @@ void OutputDocument::AddNote(int kind, const output::Text& label, const output::
     }
     BpDimension rows(fpNotes->fvDimensions.front());
     BpGroup group = rows.Group(BpString(NotesGroup(kind), true), true, BpGroup::kInsertion);
-    group.Category(text(label)).Cell(text(value));
+    group.Category(output::TextHandle(label)).Cell(output::TextHandle(value));
 }
 
 long OutputDocument::Keep(output::Text text) {

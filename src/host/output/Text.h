@@ -26,6 +26,11 @@ struct TextNode {
 
 using Text = std::shared_ptr<const TextNode>;
 
+/// A text of the tree where the contract wants a cell text.
+struct TextHandle : BpCellText {
+    explicit TextHandle(const Text& text) : BpCellText(std::const_pointer_cast<TextNode>(text)) {}
+};
+
 /// The texts behind the contract's cell texts.
 std::shared_ptr<TextNode> MakeString(const std::string& text, bool translate);
 std::shared_ptr<TextNode> MakeNumber(double value, const BpFormatSpec& format);

@@ -1,0 +1,250 @@
+#include "report/OwnTables.h"
+
+namespace report {
+
+namespace {
+
+BpString Key(const char* text) {
+    return BpString(text, true);
+}
+
+BpString Plain(const std::string& text) {
+    return BpString(text, false);
+}
+
+BpComposite Filled(const char* pattern, const std::vector<std::string>& texts) {
+    BpComposite composite(pattern, true);
+    for (const auto& text : texts)
+        composite.Add(Plain(text));
+    composite.Finish();
+    return composite;
+}
+
+/// A label that stays apart from its neighbours, whatever its text.
+output::TextHandle Numbered(const std::string& text, std::size_t number) {
+    return output::TextHandle(output::MakeValue(text, std::to_string(number), nullptr));
+}
+
+BpDimension Rows(BpPivotTable& table, const char* name, int order, bool hideTitle) {
+    auto dimension = table.Dimension(Key(name), BpGroup::kInsertion);
+    dimension.Position(BpDimension::kRow, order, hideTitle, false);
+    return dimension;
+}
+
+BpDimension Columns(BpPivotTable& table, const char* name) {
+    auto dimension = table.Dimension(Key(name), BpGroup::kInsertion);
+    dimension.Position(BpDimension::kColumn, 1, true, false);
+    return dimension;
+}
+
+BpNumber Missing(const BpFormatSpec& format) {
+    return BpNumber(run::kNone, format);
+}
+
+/// A statistic's column: its name, and its format.
+void Put(BpGroup group, const char* name, double value, const BpFormatSpec& format) {
+    group.Category(Key(name)).Cell(BpNumber(value, format));
+}
+
+void PutLimits(BpDimension& columns, double lower, double upper) {
+    auto limits = columns.Group(Key("Confidence Interval"), true, BpGroup::kInsertion);
+    Put(limits, "Lower", lower, BpProcedure::Coefficient());
+    Put(limits, "Upper", upper, BpProcedure::Coefficient());
+}
+
+class OwnTables {
+public:
+    OwnTables(BpHeading heading, const run::Figures& figures, host::OutputDocument& document)
+        : fHeading(std::move(heading)), fFigures(figures), fDocument(document) {}
+
+    void AddAll(const run::Wishes& wishes) {
+        fDocument.SetHalf(output::Half::kClassic);
+        AddEstimatesByCategory();
+        AddCovarianceParameters();
+        fDocument.SetHalf(output::Half::kBoth);
+        if (wishes.fCovarianceTests) AddCovarianceTests();
+        for (const auto& test : fFigures.fCustomTests)
+            AddCustomTest(test);
+        AddHistory();
+        for (const auto& matrix : fFigures.fMatrices)
+            AddMatrix(matrix);
+    }
+
+private:
+    BpPivotTable Table(const BpCellText& title, const char* subType) {
+        return fHeading.PivotTable(title, Plain(subType), true);
+    }
+
+    void AddEstimatesByCategory() {
+        BpPivotTable table;
+        for (const auto& row : fFigures.fFixed) {
+            if (!row.fTargetCategory) continue;
+            if (!table.Node()) {
+                table = Table(Key("Fixed Parameter Estimates"), "Estimates by Target Category");
+                Rows(table, "Target Category", 2, false);
+                Rows(table, "Parameter", 1, false);
+                Columns(table, "Statistics");
+            }
+            const auto& dimensions = static_cast<const output::Table&>(*table.Node()).fvDimensions;
+            BpDimension(dimensions[0]).Category(Plain(*row.fTargetCategory));
+            BpDimension(dimensions[1]).Category(Plain(row.fTerm));
+            PutEstimate(BpDimension(dimensions[2]), row);
+        }
+    }
+
+    static void PutEstimate(BpDimension columns, const run::FixedRow& row) {
+        auto estimate = columns.Category(Key("Estimate"));
+        estimate.Cell(BpNumber(row.fRedundant ? 0.0 : row.fEstimate,
+                               row.fRedundant ? BpProcedure::Count() : BpProcedure::Coefficient()));
+        if (row.fRedundant) estimate.CellNote(BpAnnotation(Key("Redundant parameter ...")));
+        const auto kept = [&](double value) { return row.fRedundant ? run::kNone : value; };
+        Put(columns, "Std. Error", kept(row.fStdError), BpProcedure::CoefficientSE());
+        Put(columns, "df", kept(row.fDf), BpProcedure::Count());
+        Put(columns, "t", kept(row.fT), BpProcedure::GeneralStat());
+        Put(columns, "Sig.", kept(row.fP), BpProcedure::Significance());
+        PutLimits(columns, kept(row.fLower), kept(row.fUpper));
+    }
+
+    /// The row of a covariance parameter: under its block, then its group and target category where it has them.
+    static BpCategory CovarianceCategory(BpDimension& rows, const run::CovarianceRow& row) {
+        const bool residual = row.fBlock == "residual";
+        const auto title = residual       ? Filled("Residual, structure ^1", {row.fStructure})
+                           : row.fSubject ? Filled("Random block ^1, structure ^2, subject ^3",
+                                                   {row.fBlock, row.fStructure, *row.fSubject})
+                                          : Filled("Random block ^1, structure ^2", {row.fBlock, row.fStructure});
+        BpGroup group = rows.Group(title, true, BpGroup::kInsertion);
+        if (row.fGroup) group = group.Group(Plain(*row.fGroup), true, BpGroup::kInsertion);
+        if (row.fTargetCategory) group = group.Group(Plain(*row.fTargetCategory), true, BpGroup::kInsertion);
+        return group.Category(Plain(row.fParameter));
+    }
+
+    void AddCovarianceParameters() {
+        if (fFigures.fCovariance.empty()) return;
+        auto table = Table(Key("Covariance Parameters"), "Covariance Parameters");
+        auto rows = Rows(table, "Parameter", 1, false);
+        auto columns = Columns(table, "Statistics");
+        for (const auto& row : fFigures.fCovariance) {
+            CovarianceCategory(rows, row);
+            auto estimate = columns.Category(Key("Estimate"));
+            estimate.Cell(BpNumber(row.fEstimate, BpProcedure::Coefficient()));
+            if (row.fRedundant) estimate.CellNote(BpAnnotation(Key("Parameter redundant")));
+            Put(columns, "Std. Error", row.fStdError, BpProcedure::CoefficientSE());
+            PutLimits(columns, row.fLower, row.fUpper);
+        }
+        if (fFigures.fAtBound.empty()) return;
+        BpComposite caption("Covariance parameters at bound ...", true);
+        caption.Sublist();
+        for (const auto& parameter : fFigures.fAtBound)
+            caption.Add(Plain(parameter));
+        caption.EndSublist();
+        caption.Finish();
+        table.Caption(caption);
+    }
+
+    void AddCovarianceTests() {
+        if (fFigures.fCovariance.empty()) return;
+        auto table = Table(Key("Tests of Covariance Parameters"), "Tests of Covariance Parameters");
+        auto rows = Rows(table, "Parameter", 1, false);
+        auto columns = Columns(table, "Statistics");
+        for (const auto& row : fFigures.fCovariance) {
+            CovarianceCategory(rows, row);
+            Put(columns, "Estimate", row.fEstimate, BpProcedure::Coefficient());
+            Put(columns, "Std. Error", row.fStdError, BpProcedure::CoefficientSE());
+            Put(columns, "Wald Z", row.fZ, BpProcedure::GeneralStat());
+            Put(columns, "Sig.", row.fP, BpProcedure::Significance());
+        }
+    }
+
+    void AddCustomTest(const run::CustomTestRow& test) {
+        auto table = Table(Filled("Custom test ^1", {test.fLabel}), "Custom Test Estimates");
+        auto rows = Rows(table, "Row", 1, false);
+        auto columns = Columns(table, "Statistics");
+        for (std::size_t i = 0; i < test.fRows.size(); ++i) {
+            const auto& row = test.fRows[i];
+            rows.Category(BpNumber(static_cast<double>(i + 1), BpProcedure::Count()));
+            auto estimate = columns.Category(Key("Estimate"));
+            estimate.Cell(row.fEstimable ? BpNumber(row.fEstimate, BpProcedure::Coefficient())
+                                         : Missing(BpProcedure::Coefficient()));
+            if (!row.fEstimable) estimate.CellNote(BpAnnotation(Key("Custom test not estimable ...")));
+            Put(columns, "Std. Error", row.fStdError, BpProcedure::CoefficientSE());
+            Put(columns, "Test Value", row.fHypothesised, BpProcedure::Coefficient());
+            Put(columns, "df", row.fDf, BpProcedure::Count());
+            Put(columns, "t", row.fT, BpProcedure::GeneralStat());
+            Put(columns, "Sig.", row.fP, BpProcedure::Significance());
+            PutLimits(columns, row.fLower, row.fUpper);
+        }
+        if (test.fRows.size() < 2) return;
+        auto overall = Table(Filled("Custom test ^1", {test.fLabel}), "Custom Test");
+        auto statistics = Columns(overall, "Statistics");
+        Put(statistics, "F", test.fF, BpProcedure::GeneralStat());
+        Put(statistics, "df1", test.fDf1, BpProcedure::Count());
+        Put(statistics, "df2", test.fDf2, BpProcedure::Count());
+        Put(statistics, "Sig.", test.fP, BpProcedure::Significance());
+    }
+
+    /// Name of a covariance parameter in the history's columns.
+    std::string ThetaName(std::size_t index, std::size_t size) const {
+        if (fFigures.fCovariance.size() != size) return std::to_string(index + 1);
+        const auto& row = fFigures.fCovariance[index];
+        return row.fBlock + ": " + row.fParameter;
+    }
+
+    void AddHistory() {
+        if (fFigures.fHistory.empty()) return;
+        auto table = Table(Key("Iteration History"), "Iteration History");
+        auto rows = Rows(table, "Iteration", 1, false);
+        auto columns = Columns(table, "Statistics");
+        for (std::size_t i = 0; i < fFigures.fHistory.size(); ++i) {
+            const auto& row = fFigures.fHistory[i];
+            rows.Category(Numbered(std::to_string(row.fIteration), i));
+            columns.Category(Key("Method")).Cell(Key(row.fMethod.c_str()));
+            Put(columns, "Objective", row.fObjective, BpProcedure::GeneralStat());
+            Put(columns, "Change", row.fChange, BpProcedure::GeneralStat());
+            Put(columns, "Step-halvings", row.fHalvings, BpProcedure::Count());
+            auto thetas = columns.Group(Key("Covariance Parameters"), true, BpGroup::kInsertion);
+            for (std::size_t t = 0; t < row.fTheta.size(); ++t) {
+                thetas.Category(Numbered(ThetaName(t, row.fTheta.size()), t))
+                    .Cell(BpNumber(row.fTheta[t], BpProcedure::Coefficient()));
+            }
+        }
+        table.Caption(Key("Iteration history, criterion ..."));
+    }
+
+    void AddMatrix(const run::NamedMatrix& matrix) {
+        auto table = Table(Key(matrix.fTitle.c_str()), "Matrix");
+        auto rows = Rows(table, "Row", 1, true);
+        auto columns = Columns(table, "Column");
+        for (std::size_t i = 0; i < matrix.fValues.size(); ++i) {
+            rows.Category(Numbered(matrix.fRows[i], i));
+            for (std::size_t j = 0; j < matrix.fValues[i].size(); ++j) {
+                columns.Category(Numbered(matrix.fColumns[j], j))
+                    .Cell(BpNumber(matrix.fValues[i][j], BpProcedure::Coefficient()));
+            }
+        }
+    }
+
+    BpHeading fHeading;
+    const run::Figures& fFigures;
+    host::OutputDocument& fDocument;
+};
+
+}  // namespace
+
+void AddOwnTables(run::RunValue& run, host::OutputDocument& document) {
+    const run::Scope runScope(run);
+    const host::OutputScope outputScope(document);
+    const auto half = document.GetHalf();
+    const auto name = run.fSplitName;
+    const int ordinal = run.fSplitOrdinal;
+    for (std::size_t i = 0; i < run.fvResults.size(); ++i) {
+        // Tables go under the heading of the split that the run value names.
+        run.fSplitName = run.fvResults[i].fName;
+        run.fSplitOrdinal = static_cast<int>(i);
+        OwnTables(document.Procedure(), run.fvResults[i].fFigures, document).AddAll(run.fWishes);
+    }
+    run.fSplitName = name;
+    run.fSplitOrdinal = ordinal;
+    document.SetHalf(half);
+}
+
+}  // namespace report

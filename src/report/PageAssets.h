@@ -1,0 +1,11 @@
+#pragma once
+
+namespace report {
+
+/// The page's style and script as they were compiled in, and their SHA-256 in hexadecimal digits.
+extern const char* const kPageStyle;
+extern const char* const kPageStyleHash;
+extern const char* const kPageScript;
+extern const char* const kPageScriptHash;
+
+}  // namespace report
