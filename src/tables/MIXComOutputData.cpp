@@ -141,6 +141,8 @@ std::string MIXComOutputData::GetSplitName(const std::vector<OBS*>& values, bool
             const int width = std::min<int>(format.fWidth, variable.GetType());
             valueText.assign(reinterpret_cast<const char*>(values[position]), width);
             label = labels.GetLabel(valueText);
+            // The padding to the width is no part of the value.
+            valueText.erase(valueText.find_last_not_of(' ') + 1);
         } else {
             valueText = EncodeDouble(value.fNumber, &format);
             label = labels.GetLabel(value.fNumber);
