@@ -120,7 +120,7 @@ struct MixedRow {
     std::vector<RandomTerm> fRandom;
 };
 
-class Inference;
+struct FittedModel;
 
 /// Everything that is known after a fit. Doubles that could not be computed are missing (NaN).
 struct FitResult {
@@ -130,7 +130,7 @@ struct FitResult {
     int fIterations = 0;
     Certificate fCertificate;
 
-    bool HasEstimates() const { return fInference != nullptr; }
+    bool HasEstimates() const { return fModel != nullptr; }
 
     // Size of the problem.
     double fRecords = 0;            ///< rows read
@@ -161,7 +161,7 @@ struct FitResult {
     std::vector<CovarianceParameter> fCovariance;  ///< random blocks in order, group by group; the residual last
     Eigen::MatrixXd fCovarianceOfCovariance;  ///< asymptotic, reported scale; zeros for fixed and at-bound parameters
 
-    std::shared_ptr<const Inference> fInference;  ///< what answers the calls below; null when there are no estimates
+    std::shared_ptr<const FittedModel> fModel;  ///< what answers the calls below; null when there are no estimates
 
     /// One row of coefficients over all fixed parameters (redundant ones included).
     ContrastResult Contrast(const Eigen::VectorXd& row) const;

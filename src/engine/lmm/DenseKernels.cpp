@@ -1,0 +1,95 @@
+#include "engine/lmm/DenseKernels.h"
+
+#include <cblas.h>
+#include <cmath>
+#include <lapacke.h>
+
+namespace engine {
+
+namespace {
+
+constexpr Eigen::Index kTuned = 96;  // order from which the library's packing pays
+
+// The library's own threads would change the last bits with their number.
+[[maybe_unused]] const bool kOneThread = [] {
+    openblas_set_num_threads(1);
+    return true;
+}();
+
+}  // namespace
+
+bool FactorInPlace(Eigen::MatrixXd& matrix) {
+    const Eigen::Index n = matrix.rows();
+    if (n >= kTuned) {
+        const auto order = static_cast<lapack_int>(n);
+        if (LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', order, matrix.data(), order) != 0) return false;
+        matrix.triangularView<Eigen::StrictlyUpper>().setZero();
+        return true;
+    }
+    for (Eigen::Index j = 0; j < n; ++j) {
+        double pivot = matrix(j, j);
+        for (Eigen::Index k = 0; k < j; ++k)
+            pivot -= matrix(j, k) * matrix(j, k);
+        if (!(pivot > 0.0)) return false;
+        const double root = std::sqrt(pivot);
+        matrix(j, j) = root;
+        for (Eigen::Index i = j + 1; i < n; ++i)
+            matrix(j, i) = 0.0;
+        for (Eigen::Index k = 0; k < j; ++k) {
+            const double factor = matrix(j, k);
+            if (factor == 0.0) continue;
+            for (Eigen::Index i = j + 1; i < n; ++i)
+                matrix(i, j) -= matrix(i, k) * factor;
+        }
+        for (Eigen::Index i = j + 1; i < n; ++i)
+            matrix(i, j) /= root;
+    }
+    return true;
+}
+
+void InverseFromFactor(const Eigen::MatrixXd& factor, Eigen::MatrixXd& inverse) {
+    const Eigen::Index n = factor.rows();
+    if (n >= kTuned) {
+        inverse = factor;
+        const auto order = static_cast<lapack_int>(n);
+        LAPACKE_dpotri_work(LAPACK_COL_MAJOR, 'L', order, inverse.data(), order);
+        inverse.triangularView<Eigen::StrictlyUpper>() = inverse.transpose();
+        return;
+    }
+    if (n == 1) {
+        inverse.resize(1, 1);
+        inverse(0, 0) = 1.0 / (factor(0, 0) * factor(0, 0));
+        return;
+    }
+    inverse.setIdentity(n, n);
+    factor.triangularView<Eigen::Lower>().solveInPlace(inverse);
+    factor.triangularView<Eigen::Lower>().transpose().solveInPlace(inverse);
+}
+
+void Multiply(const Eigen::MatrixXd& left, const Eigen::MatrixXd& right, Eigen::MatrixXd& out) {
+    out.resize(left.rows(), right.cols());
+    if (left.rows() < kTuned || left.cols() < kTuned) {
+        if (left.cols() <= 8) {
+            out.noalias() = left.lazyProduct(right);
+        } else {
+            out.noalias() = left * right;
+        }
+        return;
+    }
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, static_cast<int>(left.rows()),
+                static_cast<int>(right.cols()), static_cast<int>(left.cols()), 1.0, left.data(),
+                static_cast<int>(left.rows()), right.data(), static_cast<int>(right.rows()), 0.0, out.data(),
+                static_cast<int>(out.rows()));
+}
+
+void SolveLower(const Eigen::MatrixXd& factor, Eigen::MatrixXd& right) {
+    if (factor.rows() < kTuned) {
+        factor.triangularView<Eigen::Lower>().solveInPlace(right);
+        return;
+    }
+    cblas_dtrsm(CblasColMajor, CblasLeft, CblasLower, CblasNoTrans, CblasNonUnit, static_cast<int>(right.rows()),
+                static_cast<int>(right.cols()), 1.0, factor.data(), static_cast<int>(factor.rows()), right.data(),
+                static_cast<int>(right.rows()));
+}
+
+}  // namespace engine

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "engine/lmm/FitResult.h"
+#include "engine/lmm/FixedBasis.h"
+#include "engine/lmm/Objective.h"
+
+#include <Eigen/Dense>
+#include <memory>
+#include <vector>
+
+namespace engine {
+
+class LmmProblem;
+
+/// A function of fixed and random effects, as it acts on the kept fixed columns: l' = coefficients through H (see
+/// Evaluation), plus what the prediction of the random effects adds.
+struct EffectiveRow {
+    Eigen::VectorXd fHalf;  ///< H' l, where l has the random effects' pull on the fixed ones taken off
+    double fEstimate = 0.0;
+    bool fEstimable = true;
+};
+
+/// What is known after the iterations, put so that any contrast can be tested. Immutable.
+class Inference {
+public:
+    /// at: derivatives on the given scale. covariance: of the covariance parameters on that scale, zero rows for those
+    /// that are held. The basis outlives this object.
+    Inference(const FixedBasis& basis, DfMethod method, double confidence, Evaluation at, Eigen::MatrixXd covariance);
+
+    /// Takes up the Kenward-Roger adjustment: weight is the inverse expected information (twice the inverse of
+    /// Evaluation::fExpected over the free parameters), curvature is Objective::WeightedCurvature with it.
+    void AdjustKenwardRoger(Eigen::MatrixXd weight, const Eigen::MatrixXd& curvature);
+
+    const FixedBasis& Basis() const { return fBasis; }
+    const Eigen::VectorXd& Beta() const { return fBeta; }  ///< kept columns, original parametrisation
+    const Eigen::MatrixXd& Half() const { return fHalf; }  ///< R with cov(beta) = R R' (model-based)
+    const Evaluation& At() const { return fAt; }
+    /// Covariance of the kept coefficients, adjusted for Kenward-Roger.
+    Eigen::MatrixXd Covariance() const;
+
+    ContrastResult Contrast(const Eigen::VectorXd& row) const;
+    FTestResult Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values) const;
+    /// Of one row given as H'l with its estimate.
+    ContrastResult Contrast(const Eigen::VectorXd& half, double estimate) const;
+
+private:
+    Eigen::VectorXd Keep(const Eigen::VectorXd& row) const;
+    double SatterthwaiteDf(const Eigen::VectorXd& half) const;
+    FTestResult KenwardRogerTest(const Eigen::MatrixXd& half, const Eigen::VectorXd& estimate) const;
+    FTestResult PlainTest(const Eigen::MatrixXd& half, const Eigen::VectorXd& estimate) const;
+
+    const FixedBasis& fBasis;
+    const DfMethod fMethod;
+    const double fConfidence;
+    const Evaluation fAt;
+    const Eigen::MatrixXd fThetaCovariance;
+    Eigen::VectorXd fBeta;
+    Eigen::MatrixXd fHalf;
+    Eigen::MatrixXd fWeight;    // Kenward-Roger
+    Eigen::MatrixXd fAdjusted;  // Kenward-Roger: cov(beta) = R fAdjusted R'
+};
+
+}  // namespace engine

@@ -1,0 +1,61 @@
+#include "engine/model/Workers.h"
+
+#include <algorithm>
+
+namespace engine {
+
+Workers::Workers(int threads)
+    : fThreads(threads > 0 ? threads : std::max(1, static_cast<int>(std::thread::hardware_concurrency()))) {}
+
+Workers::~Workers() {
+    for (auto& thread : fCrew)
+        thread.request_stop();
+    fWake.notify_all();
+}
+
+void Workers::Start() {
+    for (int i = 1; i < fThreads; ++i)
+        fCrew.emplace_back([this](std::stop_token stop) { Serve(stop); });
+}
+
+void Workers::Drain() {
+    for (int chunk = fNext++; chunk < fChunks; chunk = fNext++)
+        (*fWork)(chunk);
+}
+
+void Workers::Serve(std::stop_token stop) {
+    long seen = 0;
+    for (;;) {
+        {
+            std::unique_lock lock(fMutex);
+            if (!fWake.wait(lock, stop, [&] { return fRound != seen; })) return;
+            seen = fRound;
+        }
+        Drain();
+        std::lock_guard lock(fMutex);
+        if (--fBusy == 0) fDone.notify_one();
+    }
+}
+
+void Workers::Run(int chunks, const std::function<void(int)>& work) {
+    if (fThreads == 1 || chunks < 2) {
+        for (int chunk = 0; chunk < chunks; ++chunk)
+            work(chunk);
+        return;
+    }
+    if (fCrew.empty()) Start();
+    {
+        std::lock_guard lock(fMutex);
+        fWork = &work;
+        fChunks = chunks;
+        fNext = 0;
+        fBusy = static_cast<int>(fCrew.size());
+        ++fRound;
+    }
+    fWake.notify_all();
+    Drain();
+    std::unique_lock lock(fMutex);
+    fDone.wait(lock, [&] { return fBusy == 0; });
+}
+
+}  // namespace engine
