@@ -182,7 +182,7 @@ TEST(Aggregation, GivesTheLabelsThatTheSplitsOwnMapGives) {
     EXPECT_THAT((*map.GetParamMapsEff(true))[2], ElementsAre("x"));
     map.CreateEffectMap(settings.GetModelEffects(), {4});
     map.CreateEffectMap(settings.GetModelEffects());
-    EXPECT_THAT(*map.GetEffectMap(false), ElementsAre("a", "a * text", "x"));
+    EXPECT_THAT(*map.GetEffectMap(false), ElementsAre("a", "a * text * x", "x"));
     EXPECT_EQ(map.GetEffectMapSize(), 3);
     EXPECT_EQ((*map.GetEffectMap(true))[0].rfind("a[subject = ", 0), 0u);
 }

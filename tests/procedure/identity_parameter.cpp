@@ -1,5 +1,6 @@
 #include "contracts/Engine.h"
 #include "contracts/HostOutput.h"
+#include "host/output/Text.h"
 #include "host/strings/Catalogue.h"
 #include "procedure/MIXParameterAggregator.h"
 #include "procedure/MIXRegrParameter.h"

@@ -4,15 +4,27 @@
 #include "host/output/Tree.h"
 #include "host/strings/Catalogue.h"
 
-#include <algorithm>
+#include <limits>
 #include <string>
 #include <vector>
 
 /// Reads the output tree back as texts and figures.
 namespace reading {
 
+/// A text as it was written, before translation: a literal, or a pattern with its places, "Case ^1 <y>".
 inline std::string Shown(const output::Text& text) {
-    return text ? text->Show(host::Catalogue::Current()) : std::string("(none)");
+    if (!text) return "(none)";
+    if (const auto* composite = dynamic_cast<const output::CompositeNode*>(text.get())) {
+        std::string shown = composite->fPattern + " <";
+        for (const auto& place : composite->fvPlaces) {
+            for (const auto& part : place.fvTexts)
+                shown += (shown.back() == '<' ? "" : ", ") + Shown(part);
+        }
+        return shown + ">";
+    }
+    const std::string identity = text->Identity();
+    const bool isString = identity.rfind("k:", 0) == 0 || identity.rfind("t:", 0) == 0;
+    return isString ? identity.substr(2) : text->Show(host::Catalogue::Current());
 }
 
 inline std::vector<std::string> Shown(const std::vector<output::Text>& texts) {

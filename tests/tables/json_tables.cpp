@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 
 namespace {
@@ -43,7 +44,7 @@ TEST(JsonTables, ShowEveryCellOfADescription) {
     ASSERT_THAT(list.fvPaths, ElementsAre(kTitle));
     const TableView table(*list.fvTables[0]);
     EXPECT_EQ(reading::Shown(table.Table().fpCaption), "Two of them");
-    EXPECT_THAT(reading::Shown(table.Table().fvNotes), ElementsAre("one and 2"));
+    EXPECT_THAT(reading::Shown(table.Table().fvNotes), ElementsAre("^1 and ^2 <one, 2>"));
     EXPECT_TRUE(table.Dimension(0).fHideTitle);
     EXPECT_EQ(table.Dimension(1).fPlace, BpDimension::kColumn);
     EXPECT_THAT(table.Categories(0), ElementsAre("A / Intercept", "A / [s=1]"));
