@@ -3,8 +3,17 @@
 #include "engine/structures/Structure.h"
 
 #include <cmath>
+#include <ostream>
 #include <random>
 #include <string>
+
+namespace engine {
+
+inline void PrintTo(const CovarianceTraits& traits, std::ostream* out) {
+    *out << traits.fWord;
+}
+
+}  // namespace engine
 
 namespace structure_cases {
 
