@@ -80,6 +80,8 @@ struct HiddenColumns {
     /// Category texts of the grouping variables in the present split, by code.
     std::vector<std::string> fvResidualGroupTexts;
     std::vector<std::vector<std::string>> fvRandomGroupTexts;
+    /// Names of the record's columns behind the declared variables, by column; empty for declared ones.
+    std::vector<std::string> fvNames;
 };
 
 /// The records of the present split, in the engine's order, read-only: row-major doubles, the declared variables first.

@@ -19,7 +19,11 @@ void Append(std::string& text, std::string_view separator, const std::string& pi
 
 std::string Namer::Variable(int recordVariable) const {
     const IMCVariable* variable = fpVariables->GetVarAt(recordVariable);
-    if (!variable) return {};
+    if (!variable) {
+        const bool hidden =
+            fpHidden && recordVariable >= 0 && recordVariable < static_cast<int>(fpHidden->fvNames.size());
+        return hidden ? fpHidden->fvNames[recordVariable] : std::string();
+    }
     std::string name = variable->GetName();
     if (name.starts_with(kMarkerStart)) {
         const std::size_t end = name.find(kMarkerEnd, kMarkerStart.size());

@@ -11,10 +11,12 @@ namespace engine {
 
 /// Names of a split's variables, categories, effects and parameters, in the user's words.
 ///
-/// It refers to the variable list, which must outlive it.
+/// It refers to the variable list and the hidden columns, which must outlive it.
 class Namer {
 public:
-    explicit Namer(const MCVarList& variables) : fpVariables(&variables) {}
+    /// hidden names the record's columns behind the list's variables; null when there are none.
+    explicit Namer(const MCVarList& variables, const run::HiddenColumns* hidden = nullptr)
+        : fpVariables(&variables), fpHidden(hidden) {}
 
     /// The data set's name of a record variable: hidden role markers are left out.
     std::string Variable(int recordVariable) const;
@@ -31,6 +33,7 @@ public:
 
 private:
     const MCVarList* fpVariables;
+    const run::HiddenColumns* fpHidden;
 };
 
 }  // namespace engine

@@ -80,12 +80,14 @@ void ACAInputAdapter::Impl::AddColumn(int column, bool category, bool userMissin
 void ACAInputAdapter::Impl::AddHidden() {
     run::RunValue* run = run::Current();
     if (run == nullptr) return;
-    const auto add = [this](int variable, bool category) {
+    run->fHidden = {};
+    const auto add = [this, run](int variable, bool category) {
         if (variable < 0) return -1;
         AddColumn(variable, category, true, RecordColumn::Order::kAscending);
+        run->fHidden.fvNames.resize(fColumns.size());
+        run->fHidden.fvNames.back() = fpTable->GetVariable(variable).fName;
         return static_cast<int>(fColumns.size()) - 1;
     };
-    run->fHidden = {};
     run->fHidden.fTrials = add(run->fTarget.fTrialsVar, false);
     run->fHidden.fOffset = add(run->fTarget.fOffsetVar, false);
     run->fHidden.fResidualGroup = add(run->fResidualGroupVar, true);

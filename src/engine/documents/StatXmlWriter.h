@@ -1,0 +1,25 @@
+#pragma once
+
+#include "contracts/EngineVariables.h"
+#include "engine/documents/RecordSummary.h"
+#include "engine/lmm/FitResult.h"
+#include "run/RunValue.h"
+
+#include <ostream>
+
+namespace engine {
+
+/// What the documents of a split are written from. Nothing is owned.
+struct DocumentSource {
+    const FitResult& fFit;
+    const ModelSpec& fSpec;
+    const MCVarList& fVariables;
+    const run::RunValue& fRun;
+    const RecordSummary& fSummary;
+};
+
+/// Writes the result document: build settings, string maps, diagnostics, estimates, messages. docs/documents.md has its
+/// grammar. Numbers round-trip exactly; a statistic that was not computed is an empty attribute.
+void WriteStatXml(const DocumentSource& source, std::ostream& stream);
+
+}  // namespace engine
