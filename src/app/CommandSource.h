@@ -1,0 +1,41 @@
+#pragma once
+
+#include "app/Options.h"
+#include "command/CommandTree.h"
+#include "command/Formula.h"
+#include "command/Specification.h"
+#include "host/data/Table.h"
+
+#include <memory>
+#include <optional>
+
+namespace app {
+
+/// The command of a run, from a formula or a file, with the program's options put over it.
+class CommandSource {
+public:
+    /// Reads the formula or the command file and the options. Throws Failure.
+    explicit CommandSource(const Options& options);
+
+    /// What the command says of the data.
+    command::DataWishes Data() const { return command::ReadDataWishes(fTree); }
+
+    /// Expands the formula, if there is one, and resolves the command against the data. Throws Failure.
+    command::Specification Resolve(const host::Table& table);
+
+    const command::CommandTree& Tree() const { return fTree; }
+
+private:
+    void ReadFile(const std::string& file);
+    void Apply(const CommandOption& option, const std::string& text);
+    [[noreturn]] void Refuse(const command::CommandError& error) const;
+
+    std::string fFile;  ///< the command file's name for messages
+    std::optional<command::Formula> fFormula;
+    command::CommandTree fTree;
+};
+
+/// The table that the command names. Throws Failure.
+std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes);
+
+}  // namespace app

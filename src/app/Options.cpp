@@ -1,0 +1,126 @@
+#include "app/Options.h"
+
+#include "app/ExitCode.h"
+#include "command/Keywords.h"
+
+#include <CLI/CLI.hpp>
+
+namespace app {
+
+const std::vector<CommandOption>& CommandOptions() {
+    static const std::vector<CommandOption> options{
+        {"--data", "DATA", "FILE", OptionForm::kText, "data file, CSV or TSV with a header line"},
+        {"--data-schema", "DATA", "SCHEMA", OptionForm::kText,
+         "table schema of the data: labels, levels, missing values"},
+        {"--nominal", "DATA", "NOMINAL", OptionForm::kNames, "variables to take as nominal: a,b"},
+        {"--ordinal", "DATA", "ORDINAL", OptionForm::kNames, "variables to take as ordinal: a,b"},
+        {"--missing", "DATA", "MISSING", OptionForm::kNames, "texts that mean a missing value: NA,-99"},
+        {"--decimal-comma", "DATA", "DECIMAL_COMMA", OptionForm::kWord, "yes: 1,5 is one and a half"},
+        {"--filter", "DATA", "FILTER", OptionForm::kText, "condition that rows must meet, as in 'x > 2'"},
+        {"--split-by", "DATA", "SPLIT_BY", OptionForm::kNames, "a model for each combination of their values: a,b"},
+        {"--weight", "DATA", "WEIGHT", OptionForm::kNames, "frequency weight: how many records a row stands for"},
+        {"--regression-weight", "FIELDS", "REGRESSION_WEIGHT", OptionForm::kNames, "divides the residual variance"},
+        {"--repeated", "DATA_STRUCTURE", "REPEATED_MEASURES", OptionForm::kMeasures,
+         "repeated measures and their subjects: 'time | subject'"},
+        {"--rcov", "DATA_STRUCTURE", "COVARIANCE_TYPE", OptionForm::kWord,
+         "residual covariance structure: AR1, UN, ..."},
+        {"--rgroup", "DATA_STRUCTURE", "GROUPING", OptionForm::kNames,
+         "own residual parameters for each of its values"},
+        {"--spatial", "DATA_STRUCTURE", "SPCOORDS", OptionForm::kNames, "coordinates of a spatial structure: x,y"},
+        {"--kronecker", "DATA_STRUCTURE", "KRONECKER_MEASURES", OptionForm::kNames,
+         "which repeated measures the second factor of UN_UN, UN_AR1 or UN_CS has"},
+        {"--method", "BUILD_OPTIONS", "METHOD", OptionForm::kWord, "reml or ml"},
+        {"--df", "BUILD_OPTIONS", "DF_METHOD", OptionForm::kWord, "residual, satterthwaite or kenward-roger"},
+        {"--type", "BUILD_OPTIONS", "ANALYSIS_TYPE", OptionForm::kItems, "type of the tests of effects, 1 or 3"},
+        {"--level", "BUILD_OPTIONS", "CONFIDENCE_LEVEL", OptionForm::kItems, "confidence level in percent"},
+        {"--max-iter", "BUILD_OPTIONS", "MAX_ITERATIONS", OptionForm::kItems, "largest number of iterations"},
+        {"--print", "PRINT", "", OptionForm::kItems, "further tables: corb,covb,testcov,history(1),..."}};
+    return options;
+}
+
+namespace {
+
+class CommandLine {
+public:
+    explicit CommandLine(Options& options) : fOptions(options) {
+        fProgram.require_subcommand(1);
+        fProgram.set_version_flag("--version", "hierfit " HIERFIT_VERSION);
+        fProgram.get_formatter()->column_width(38);
+        fProgram.failure_message(CLI::FailureMessage::simple);
+
+        CLI::App* fit = AddTask("fit", "Fit a model from a formula", Task::kFit);
+        fit->add_option("formula", fOptions.fFormula, "the model: 'y ~ a*b + x + (1 + x | g)'")->required();
+        AddCommandOptions(*fit, true);
+        AddOutputOptions(*fit);
+
+        CLI::App* run = AddTask("run", "Run a HIERFIT command", Task::kRun);
+        run->add_option("commandfile", fOptions.fCommandFile, "file with the command; - reads the standard input")
+            ->required();
+        AddCommandOptions(*run, false);
+        AddOutputOptions(*run);
+        run->footer("\n" + command::KeywordHelp());
+
+        CLI::App* check = AddTask("check", "Check a HIERFIT command without running it", Task::kCheck);
+        check->add_option("commandfile", fOptions.fCommandFile, "file with the command; - reads the standard input")
+            ->required();
+        AddCommandOptions(*check, false);
+        check->add_flag("--quiet", fOptions.fQuiet, "say nothing when the command is right");
+
+        CLI::App* describe = AddTask("describe", "Show what a data file holds, as it is understood", Task::kDescribe);
+        describe->add_option("datafile", fOptions.fCommandTexts["--data"], "data file, CSV or TSV with a header line")
+            ->required();
+    }
+
+    std::optional<int> Read(int argc, char** argv) {
+        try {
+            fProgram.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            const int code = fProgram.exit(error);
+            return code == 0 ? kFitted : kWrongUse;
+        }
+        for (const CommandOption& option : CommandOptions())
+            if (fTexts.count(option.fFlag) && fGiven[option.fFlag])
+                fOptions.fCommandTexts[option.fFlag] = fTexts[option.fFlag];
+        return std::nullopt;
+    }
+
+private:
+    CLI::App* AddTask(const char* name, const char* help, Task task) {
+        CLI::App* added = fProgram.add_subcommand(name, help);
+        added->callback([this, task] { fOptions.fTask = task; });
+        return added;
+    }
+
+    void AddCommandOptions(CLI::App& task, bool needsData) {
+        for (const CommandOption& option : CommandOptions()) {
+            bool& given = fGiven[option.fFlag];
+            CLI::Option* added = task.add_option(option.fFlag, fTexts[option.fFlag], option.fHelp);
+            added->each([&given](const std::string&) { given = true; });
+            if (needsData && std::string_view(option.fFlag) == "--data") added->required();
+        }
+    }
+
+    void AddOutputOptions(CLI::App& task) {
+        static const std::map<std::string, Format> formats{{"text", Format::kText}, {"json", Format::kJson}};
+        task.add_option("--format", fOptions.fFormat, "text or json")->transform(CLI::CheckedTransformer(formats));
+        task.add_option("-o,--output", fOptions.fOutput, "write the results to this file");
+        task.add_option("--threads", fOptions.fThreads, "number of threads; all cores unless given")
+            ->check(CLI::Range(1, 1024));
+        task.add_flag("--quiet", fOptions.fQuiet, "no remarks and no progress");
+        task.add_flag("--verbose", fOptions.fVerbose, "show the iterations");
+        task.add_flag("--show-command", fOptions.fShowCommand, "print the HIERFIT command instead of running it");
+    }
+
+    Options& fOptions;
+    CLI::App fProgram{"Linear and generalized linear mixed models", "hierfit"};
+    std::map<std::string, std::string> fTexts;
+    std::map<std::string, bool> fGiven;
+};
+
+}  // namespace
+
+std::optional<int> ReadCommandLine(int argc, char** argv, Options& options) {
+    return CommandLine(options).Read(argc, argv);
+}
+
+}  // namespace app

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace app {
+
+enum class Task { kFit, kRun, kCheck, kDescribe };
+enum class Format { kText, kJson, kHtml };
+
+/// How the text of an option becomes items of the command.
+enum class OptionForm {
+    kNames,    ///< variables, separated by commas
+    kItems,    ///< as in the command language
+    kWord,     ///< a word of the language, in any case and with - for _
+    kText,     ///< as it stands
+    kMeasures  ///< "time | subject": measures and, behind the bar, subjects
+};
+
+/// An option that sets a parameter of the command: one table feeds the command line and the command.
+struct CommandOption {
+    const char* fFlag;
+    const char* fSubcommand;
+    const char* fParameter;
+    OptionForm fForm;
+    const char* fHelp;
+};
+const std::vector<CommandOption>& CommandOptions();
+
+/// What the command line says.
+struct Options {
+    Task fTask = Task::kFit;
+    std::string fFormula;      ///< fit
+    std::string fCommandFile;  ///< run, check; "-" is the standard input
+    /// Text of each command option that was given, by its flag; --data among them.
+    std::map<std::string, std::string> fCommandTexts;
+    Format fFormat = Format::kText;
+    std::string fOutput;  ///< empty: the standard output
+    std::string fShow;    ///< classic, viewer, all; empty: what suits the format
+    int fThreads = 0;
+    bool fQuiet = false;
+    bool fVerbose = false;
+    bool fShowCommand = false;
+};
+
+/// Reads the command line. Help and version are printed, and wrong use is reported: then an exit code comes back and
+/// there is nothing to do.
+std::optional<int> ReadCommandLine(int argc, char** argv, Options& options);
+
+}  // namespace app

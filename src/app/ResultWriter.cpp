@@ -1,0 +1,58 @@
+#include "app/ResultWriter.h"
+
+#include "app/ExitCode.h"
+#include "app/Terminal.h"
+#include "host/output/FileStore.h"
+#include "report/JsonRenderer.h"
+#include "report/TextRenderer.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace app {
+
+std::string RenderResults(const Options& options, const run::RunValue& run, const host::OutputDocument& document,
+                          const std::string& command) {
+    report::Selection selection;
+    selection.fClassic = options.fShow != "viewer";
+    selection.fViewer = options.fShow != "classic";
+    if (options.fFormat == Format::kJson) return report::RenderJson(run, document, selection, HIERFIT_VERSION, command);
+    const bool terminal = options.fOutput.empty() && OutputIsTerminal();
+    return report::RenderText(document, selection, {OutputWidth(), true, terminal});
+}
+
+void CheckOutput(const std::string& file) {
+    if (file.empty()) return;
+    const std::filesystem::path path(file);
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) throw Failure{kFileError, file + ": is a directory; name a file"};
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    if (access(folder.c_str(), W_OK) != 0)
+        throw Failure{kFileError, file + ": can't be written: " + std::strerror(errno)};
+}
+
+void WriteResults(const std::string& file, const std::string& text) {
+    if (file.empty()) {
+        const bool written =
+            std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+        if (!written) throw Failure{kFileError, std::string("the results can't be written: ") + std::strerror(errno)};
+        return;
+    }
+    host::FileStore& store = host::FileStore::Instance();
+    std::ofstream stream(store.Begin(file), std::ios::binary | std::ios::trunc);
+    if (stream) {
+        stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+        stream.close();
+        store.Finish(file, stream.good());
+    } else {
+        store.Refuse(file, errno);
+    }
+    const std::vector<std::string> failures = store.TakeFailures();
+    if (!failures.empty()) throw Failure{kFileError, failures.front()};
+}
+
+}  // namespace app

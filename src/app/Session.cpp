@@ -1,0 +1,162 @@
+#include "app/Session.h"
+
+#include "app/CommandSource.h"
+#include "app/ExitCode.h"
+#include "app/ResultWriter.h"
+#include "app/StopSignal.h"
+#include "app/Terminal.h"
+#include "command/ParsedBlock.h"
+#include "contracts/Host.h"
+#include "host/data/DataSource.h"
+#include "host/output/OutputDocument.h"
+#include "procedure/MixDriver.h"
+#include "report/OwnTables.h"
+#include "report/TextRenderer.h"
+#include "run/RunValue.h"
+
+#include <algorithm>
+
+namespace app {
+
+namespace {
+
+/// The messages of a document by level, as sentences.
+struct MessageCollector : output::Visitor {
+    void Show(const output::Message& message) override {
+        if (message.fLevel >= kLevelError) fErrors.push_back(report::MessageText(message, host::Catalogue::Current()));
+    }
+    std::vector<std::string> fErrors;
+};
+
+/// One run of the procedure on a table.
+class Session {
+public:
+    Session(const Options& options, std::shared_ptr<host::Table> table, const command::Specification& specification)
+        : fOptions(options),
+          fpTable(std::move(table)),
+          fBlock(command::WriteBlock(specification)),
+          fDocument("Mixed Model Analysis") {
+        command::FillRunValue(specification, fRun);
+        fRun.fThreads = options.fThreads;
+        fRun.fStop = StopSignal::Asked;
+    }
+
+    int Run(const std::string& command) {
+        Drive();
+        if (StopSignal::Asked()) throw Failure{kStopped, "stopped by the user"};
+        const bool anything = std::any_of(fRun.fvResults.begin(), fRun.fvResults.end(),
+                                          [](const run::SplitResult& result) { return result.fpModel != nullptr; });
+        ReportErrors();
+        if (anything || fOptions.fFormat == Format::kJson)
+            WriteResults(fOptions.fOutput, RenderResults(fOptions, fRun, fDocument, command));
+        if (fRun.fFileFailed) return kFileError;
+        return AllFitted() ? kFitted : kNotFitted;
+    }
+
+private:
+    void Drive() {
+        const host::OutputScope output(fDocument);
+        const run::Scope run(fRun);
+        Progress progress(!fOptions.fQuiet);
+        fRun.fProgress = [&](const std::string& phase, double share) { progress.Show(phase, share); };
+        ProcedureDataSource source(host::MakeDataSource(fpTable));
+        fDocument.SetData(&source);
+        BpProcedure procedure = fDocument.Procedure();
+        EXPOSEMIX(fBlock.Slots(), fBlock.Texts());
+        MixDriver(fBlock.Cells(), procedure, source);
+        fRun.fProgress = nullptr;
+        if (!StopSignal::Asked()) report::AddOwnTables(fRun, fDocument);
+        fDocument.SetData(nullptr);
+    }
+
+    void ReportErrors() const {
+        MessageCollector collector;
+        fDocument.Root().Visit(collector);
+        for (const std::string& error : collector.fErrors)
+            Complain(error);
+    }
+
+    bool AllFitted() const {
+        if (fRun.fFatal || fRun.fvResults.size() < fpTable->Splits().size() || fRun.fvResults.empty()) return false;
+        return std::all_of(fRun.fvResults.begin(), fRun.fvResults.end(), [](const run::SplitResult& result) {
+            return result.fpModel != nullptr && result.fFigures.fConverged;
+        });
+    }
+
+    const Options& fOptions;
+    std::shared_ptr<host::Table> fpTable;
+    command::ParsedBlock fBlock;
+    host::OutputDocument fDocument;
+    run::RunValue fRun;
+};
+
+void ShowRemarks(const Options& options, const host::Table& table) {
+    if (options.fQuiet) return;
+    for (const std::string& remark : table.Remarks())
+        Remark(remark);
+}
+
+int FitOrRun(const Options& options) {
+    CommandSource source(options);
+    CheckOutput(options.fOutput);
+    const std::shared_ptr<host::Table> table = OpenTable(source.Data());
+    const command::Specification specification = source.Resolve(*table);
+    const std::string command = command::PrintCommand(source.Tree());
+    if (options.fShowCommand) {
+        WriteResults(options.fOutput, command);
+        return kFitted;
+    }
+    ShowRemarks(options, *table);
+    return Session(options, table, specification).Run(command);
+}
+
+/// Without data only the words and the shape of the command can be tested.
+int Check(const Options& options) {
+    CommandSource source(options);
+    const bool hasData = !source.Data().fFile.empty();
+    if (hasData) source.Resolve(*OpenTable(source.Data()));
+    if (!options.fQuiet)
+        WriteResults("", hasData ? "The command is right for its data.\n"
+                                 : "The command is right as far as it can be checked without data.\n");
+    return kFitted;
+}
+
+int Describe(const Options& options) {
+    command::DataWishes wishes;
+    wishes.fFile = options.fCommandTexts.at("--data");
+    const std::shared_ptr<host::Table> table = OpenTable(wishes);
+    std::size_t width = 8;
+    for (int i = 0; i < table->VariableCount(); ++i)
+        width = std::max(width, table->GetVariable(i).fName.size());
+    std::string text =
+        std::to_string(table->RowCount()) + " records, " + std::to_string(table->VariableCount()) + " variables\n\n";
+    for (int i = 0; i < table->VariableCount(); ++i) {
+        const host::Variable& variable = table->GetVariable(i);
+        const char* const levels[] = {"", "nominal", "ordinal", "scale"};
+        text += variable.fName + std::string(width + 2 - variable.fName.size(), ' ');
+        text += variable.IsText() ? "text(" + std::to_string(variable.fWidth) + ")" : "number";
+        text += std::string(", ") + levels[static_cast<int>(variable.fLevel)];
+        if (!variable.fLabel.empty()) text += ", " + variable.fLabel;
+        text += "\n";
+    }
+    WriteResults("", text);
+    ShowRemarks(options, *table);
+    return kFitted;
+}
+
+}  // namespace
+
+int RunTask(const Options& options) {
+    switch (options.fTask) {
+        case Task::kCheck:
+            return Check(options);
+        case Task::kDescribe:
+            return Describe(options);
+        case Task::kFit:
+        case Task::kRun:
+            break;
+    }
+    return FitOrRun(options);
+}
+
+}  // namespace app

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace apptest {
+
+struct Outcome {
+    int fExit = -1;
+    std::string fOut;
+    std::string fErr;
+};
+
+/// Runs a shell command in a folder; "hierfit" is the program under test.
+Outcome RunShell(const std::string& command, const std::filesystem::path& folder);
+
+/// A folder that goes away with the object.
+class Scratch {
+public:
+    Scratch();
+    ~Scratch();
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    const std::filesystem::path& Path() const { return fPath; }
+    void Write(const std::string& name, const std::string& text) const;
+    std::vector<std::string> Names() const;  ///< of the files in it, sorted
+
+private:
+    std::filesystem::path fPath;
+};
+
+std::string ReadFile(const std::filesystem::path& path);
+
+}  // namespace apptest
