@@ -118,6 +118,8 @@ struct Wishes {
     bool fCovarianceTests = false;
     bool fLMatrix = false;
     bool fCrossProducts = false;
+    bool fDocuments = true;      ///< result and model documents, which the viewer's half reads
+    bool fFiles = false;         ///< the command asks for files, which are written from the same documents
     bool fRandomEffects = true;  ///< predictions of the random effects in the figures
 };
 

@@ -53,14 +53,7 @@ public:
     }
 
     double Of(const double* row) {
-        std::vector<int> codes;
-        for (int subject : fSubjects)
-            codes.push_back(static_cast<int>(row[subject]));
-        if (codes != fLastCodes || !fpLast) {
-            const auto found = fPredictions.find(Key(codes));
-            fpLast = found == fPredictions.end() ? nullptr : &found->second;
-            fLastCodes = std::move(codes);
-        }
+        if (!IsLast(row)) Look(row);
         if (!fpLast) return 0.0;
         fDesign.PlainHits(row, fHits.data());
         double sum = 0.0;
@@ -70,6 +63,24 @@ public:
     }
 
 private:
+    /// Records stand sorted by subject, so that a record's subject is mostly that of the one before.
+    bool IsLast(const double* row) const {
+        if (!fLooked) return false;
+        for (std::size_t i = 0; i < fSubjects.size(); ++i) {
+            if (static_cast<int>(row[fSubjects[i]]) != fLastCodes[i]) return false;
+        }
+        return true;
+    }
+
+    void Look(const double* row) {
+        fLastCodes.clear();
+        for (int subject : fSubjects)
+            fLastCodes.push_back(static_cast<int>(row[subject]));
+        const auto found = fPredictions.find(Key(fLastCodes));
+        fpLast = found == fPredictions.end() ? nullptr : &found->second;
+        fLooked = true;
+    }
+
     static std::string Key(const std::vector<int>& codes) {
         return std::string(reinterpret_cast<const char*>(codes.data()), codes.size() * sizeof(int));
     }
@@ -80,6 +91,7 @@ private:
     std::unordered_map<std::string, Eigen::VectorXd> fPredictions;
     std::vector<int> fLastCodes;
     const Eigen::VectorXd* fpLast = nullptr;
+    bool fLooked = false;
 };
 
 void SummariseTarget(const ModelSpec& spec, const RecordView& view, RecordSummary& summary) {

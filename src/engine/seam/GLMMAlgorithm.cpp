@@ -1,15 +1,19 @@
 #include "contracts/EngineAlgorithm.h"
 #include "contracts/EngineDisplay.h"
+#include "engine/documents/BlupJson.h"
+#include "engine/documents/PmmlWriter.h"
+#include "engine/documents/StatXmlWriter.h"
 #include "engine/lmm/LmmFit.h"
 #include "engine/seam/ModelBuilder.h"
 #include "engine/seam/ResultWriter.h"
 #include "engine/seam/Scorer.h"
 #include "run/RunValue.h"
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 #include <optional>
-#include <stdexcept>
+#include <sstream>
 
 namespace engine {
 
@@ -17,11 +21,13 @@ namespace {
 
 constexpr long kInvalidSettings = 130009;
 constexpr long kMachineFailed = 130089;
+constexpr long kFileError = 130093;
 
 /// What the engine keeps of a split for scoring.
 struct KeptModel : run::FittedModel {
     ModelSpec fSpec;
     FitResult fFit;
+    RecordSummary fSummary;
 };
 
 }  // namespace
@@ -32,11 +38,18 @@ struct GLMMAlgorithm::Impl {
     Impl(GLMMSettings const& settings, MCVarList const& variables)
         : fSettings(settings), fVariables(variables), fpRun(run::Current()), fpCancel(settings.GetCancelPointer()) {
         if (!settings.IsValidSettings()) fStatus = MCStatus(engine::kInvalidSettings, false);
+        for (const GLMMRandomSpec& block : settings.GetRandomSpecs())
+            fvBlups.push_back(block.GetComputeEBLUPs());
     }
 
     MCStatus Fit(MultiPassRecordIter& data);
+    MCStatus StreamStatus(std::ostream& stream);
     MCStatus TakeKeptModel();
-    void Keep(engine::ModelSpec spec, engine::FitResult fit);
+    void Keep(engine::ModelSpec spec, engine::FitResult fit, const engine::RecordView& records);
+    void LeaveDocuments();
+    engine::DocumentSource Documents() const;
+    bool WantsDocuments() const;
+    bool BlupsWanted() const { return std::find(fvBlups.begin(), fvBlups.end(), true) != fvBlups.end(); }
 
     GLMMSettings const& fSettings;
     MCVarList const& fVariables;
@@ -48,6 +61,7 @@ struct GLMMAlgorithm::Impl {
     MCStatus fStatus;
     std::vector<MCStatus> fvWarnings;
     std::vector<ScoreType> fvScoreTypes;
+    std::vector<bool> fvBlups;  ///< per random block: predictions are asked for
     std::shared_ptr<const engine::KeptModel> fpModel;
     std::optional<GLMMOutputStats> fStats;
 };
@@ -62,8 +76,15 @@ MCStatus GLMMAlgorithm::Impl::Fit(MultiPassRecordIter& data) {
     }
     std::vector<double> storage;
     const engine::RecordView records = engine::ViewRecords(data, fpRun, storage);
-    Keep(spec, engine::FitLmm(spec, records));
+    Keep(spec, engine::FitLmm(spec, records), records);
     return fStatus;
+}
+
+/// A stream that went bad is noted for the host, which alone puts files in their place.
+MCStatus GLMMAlgorithm::Impl::StreamStatus(std::ostream& stream) {
+    if (stream.flush()) return {};
+    if (fpRun) fpRun->fFileFailed = true;
+    return {engine::kFileError, false};
 }
 
 /// The split's model was fitted by an earlier walk over the same command.
@@ -74,7 +95,7 @@ MCStatus GLMMAlgorithm::Impl::TakeKeptModel() {
     return fStatus;
 }
 
-void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit) {
+void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit, const engine::RecordView& records) {
     fStatus = engine::ConvertStatus(fit.fStatus);
     fvWarnings.clear();
     for (const engine::FitStatus& warning : fit.fWarnings)
@@ -89,10 +110,39 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit) {
 
     fStats = engine::MakeOutputStats(fit, spec, fSettings);
     auto model = std::make_shared<engine::KeptModel>();
+    if (WantsDocuments()) {
+        model->fSummary = engine::SummariseRecords(fit, spec, records, engine::LinearPredictors(fit, spec, records));
+    }
     model->fSpec = std::move(spec);
     model->fFit = std::move(fit);
     fpModel = model;
-    if (fpRun) fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
+    if (!fpRun) return;
+    fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
+    if (fpRun->fWishes.fDocuments) LeaveDocuments();
+}
+
+bool GLMMAlgorithm::Impl::WantsDocuments() const {
+    return !fpRun || fpRun->fWishes.fDocuments || fpRun->fWishes.fFiles;
+}
+
+engine::DocumentSource GLMMAlgorithm::Impl::Documents() const {
+    return {fpModel->fFit, fpModel->fSpec, fVariables, fpRun ? *fpRun : fNoRun, fpModel->fSummary};
+}
+
+/// The second half of the system is called back with these.
+void GLMMAlgorithm::Impl::LeaveDocuments() {
+    run::SplitResult& result = fpRun->Result(fpRun->fSplitOrdinal);
+    std::ostringstream pmml;
+    engine::WritePmml(Documents(), {}, pmml);
+    result.fPMML = std::move(pmml).str();
+    std::ostringstream statXml;
+    engine::WriteStatXml(Documents(), statXml);
+    result.fStatXML = std::move(statXml).str();
+    if (BlupsWanted()) {
+        std::ostringstream json;
+        engine::WriteBlupJson(Documents(), fvBlups, json);
+        result.fStatJSON = std::move(json).str();
+    }
 }
 
 GLMMAlgorithm::GLMMAlgorithm(GLMMSettings const& settings, MCVarList const& variables)
@@ -124,6 +174,26 @@ MCStatus GLMMAlgorithm::Score(Record const& record, std::vector<double>& scores,
     if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
     scores = engine::ScoreRecord(fpImpl->fpModel->fFit, fpImpl->fpModel->fSpec, fpImpl->fvScoreTypes, record.fpValues);
     return {};
+}
+
+MCStatus GLMMAlgorithm::ExportModel(std::ostream& stream, MCApplicInfo4XML* application) {
+    if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
+    const MCApplicInfo4XML info = application ? *application : MCApplicInfo4XML();
+    const bool parameters = fpImpl->fpRun && fpImpl->fpRun->fParameterFile;
+    (parameters ? engine::WriteParameterFile : engine::WritePmml)(fpImpl->Documents(), info, stream);
+    return fpImpl->StreamStatus(stream);
+}
+
+MCStatus GLMMAlgorithm::ExportStatXML(std::ostream& stream) {
+    if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
+    engine::WriteStatXml(fpImpl->Documents(), stream);
+    return fpImpl->StreamStatus(stream);
+}
+
+MCStatus GLMMAlgorithm::ExportStatJSON(std::ostream& stream) {
+    if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
+    engine::WriteBlupJson(fpImpl->Documents(), fpImpl->fvBlups, stream);
+    return fpImpl->StreamStatus(stream);
 }
 
 MCStatus GLMMAlgorithm::GetStatus() const {
