@@ -1,5 +1,6 @@
 #include "app/Session.h"
 
+#include "app/CallBack.h"
 #include "app/CommandSource.h"
 #include "app/ExitCode.h"
 #include "app/ResultWriter.h"
@@ -39,6 +40,8 @@ public:
         command::FillRunValue(specification, fRun);
         fRun.fThreads = options.fThreads;
         fRun.fStop = StopSignal::Asked;
+        fRun.fWishes.fDocuments = fOptions.fShow != "classic";
+        fRun.fWishes.fRandomEffects = fOptions.fFormat == Format::kJson;
     }
 
     int Run(const std::string& command) {
@@ -63,7 +66,10 @@ private:
         fDocument.SetData(&source);
         BpProcedure procedure = fDocument.Procedure();
         EXPOSEMIX(fBlock.Slots(), fBlock.Texts());
+        fDocument.SetHalf(output::Half::kClassic);
         MixDriver(fBlock.Cells(), procedure, source);
+        fDocument.SetHalf(output::Half::kBoth);
+        if (fRun.fWishes.fDocuments && !StopSignal::Asked()) CallBack(fRun, fDocument, source);
         fRun.fProgress = nullptr;
         if (!StopSignal::Asked()) report::AddOwnTables(fRun, fDocument);
         fDocument.SetData(nullptr);

@@ -34,13 +34,13 @@ OutputDocument* OutputDocument::Current() {
     return Slot();
 }
 
-output::Heading& OutputDocument::SplitHeading(int ordinal, const std::string& name) {
+std::shared_ptr<output::Heading> OutputDocument::SplitHeading(int ordinal, const std::string& name) {
     auto& blocks = fpRoot->fvBlocks;
     auto place = blocks.end();
     for (auto at = blocks.begin(); at != blocks.end(); ++at) {
-        auto* heading = dynamic_cast<output::Heading*>(at->get());
+        auto heading = std::dynamic_pointer_cast<output::Heading>(*at);
         if (!heading || !heading->fSplit) continue;
-        if (heading->fSplitName == name) return *heading;
+        if (heading->fSplitName == name) return heading;
         // Splits stand in the order of the data, also when a later one was the first to speak.
         if (heading->fSplitOrdinal > ordinal) {
             place = at;
@@ -53,14 +53,21 @@ output::Heading& OutputDocument::SplitHeading(int ordinal, const std::string& na
     heading->fSplit = true;
     heading->fSplitOrdinal = ordinal;
     heading->fSplitName = name;
-    return static_cast<output::Heading&>(**blocks.insert(place, heading));
+    blocks.insert(place, heading);
+    return heading;
+}
+
+BpProcedure OutputDocument::SplitProcedure() {
+    const run::RunValue* run = run::Current();
+    if (!run || run->fSplitName.empty()) return Procedure();
+    return BpProcedure(SplitHeading(run->fSplitOrdinal, run->fSplitName));
 }
 
 void OutputDocument::Add(output::Heading& under, std::shared_ptr<output::Block> block, bool bySplit) {
     output::Heading* parent = &under;
     const run::RunValue* run = run::Current();
     if (bySplit && run && !run->fSplitName.empty() && !UnderSplit(parent, run->fSplitName)) {
-        output::Heading& split = SplitHeading(run->fSplitOrdinal, run->fSplitName);
+        output::Heading& split = *SplitHeading(run->fSplitOrdinal, run->fSplitName);
         // A heading that was made outside of the split keeps its title inside of it.
         if (parent != fpRoot.get()) {
             auto inner = std::make_shared<output::Heading>();

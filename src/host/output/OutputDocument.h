@@ -26,6 +26,8 @@ public:
     explicit OutputDocument(const std::string& title);
 
     BpProcedure Procedure() const { return BpProcedure(fpRoot); }
+    /// The heading of the present split as a procedure; the root without splits.
+    BpProcedure SplitProcedure();
     const output::Heading& Root() const { return *fpRoot; }
     const output::Table* Notes() const { return fpNotes.get(); }  ///< null while no note was added
     const output::Text& Title() const { return fTitle; }
@@ -57,7 +59,7 @@ public:
 private:
     friend class OutputScope;
     static OutputDocument*& Slot();
-    output::Heading& SplitHeading(int ordinal, const std::string& name);
+    std::shared_ptr<output::Heading> SplitHeading(int ordinal, const std::string& name);
 
     output::Text fTitle;
     std::shared_ptr<output::Heading> fpRoot;

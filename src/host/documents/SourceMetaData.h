@@ -1,0 +1,22 @@
+#pragma once
+
+#include "contracts/CustomProcedure.h"
+
+#include <vector>
+
+namespace host {
+
+/// Metadata of a data source: its variables as fields, with their print formats. Taken at construction.
+class SourceMetaData : public CFMetaData {
+public:
+    explicit SourceMetaData(const ProcedureDataSource& source);
+    int FieldCount() const override { return static_cast<int>(fvFormats.size()); }
+    int GetFieldIndex(const std::string& name) const override;
+    const QVTA_Format* GetPrivateFormat(int field) const override;
+
+private:
+    const ProcedureDataSource& fSource;
+    std::vector<QVTA_Format> fvFormats;
+};
+
+}  // namespace host
