@@ -180,11 +180,11 @@ TEST(Aggregation, GivesTheLabelsThatTheSplitsOwnMapGives) {
     EXPECT_EQ(*map.GetParameterMap(true), *map.GetParameterMap(false));
     EXPECT_THAT((*map.GetParamMapsEff(false))[0], ElementsAre("[a=1]", "[a=2]"));
     EXPECT_THAT((*map.GetParamMapsEff(true))[2], ElementsAre("x"));
-    map.CreateEffectMap(settings.GetModelEffects(), {4});
+    map.CreateEffectMap(settings.GetModelEffects(), {walk.fSpecs.GetVarValidSpecsPtr()->GetRecVarIndex(kCovariate)});
     map.CreateEffectMap(settings.GetModelEffects());
     EXPECT_THAT(*map.GetEffectMap(false), ElementsAre("a", "a * text * x", "x"));
     EXPECT_EQ(map.GetEffectMapSize(), 3);
-    EXPECT_EQ((*map.GetEffectMap(true))[0].rfind("a[subject = ", 0), 0u);
+    EXPECT_EQ((*map.GetEffectMap(true))[0], "a[subject = x]");
 }
 
 TEST(Aggregation, EncodesCategoriesOfAnotherSplitOnlyWhereTheyOccur) {
