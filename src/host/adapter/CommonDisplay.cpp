@@ -5,8 +5,10 @@
 
 namespace {
 
+/// At first a stream that drops everything: a dump saves the stream in force and puts it back.
 std::ostream*& Stream() {
-    static std::ostream* stream = nullptr;
+    static std::ostream quiet(nullptr);
+    static std::ostream* stream = &quiet;
     return stream;
 }
 
