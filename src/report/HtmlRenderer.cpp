@@ -122,7 +122,8 @@ private:
 
     /// The rows that a chart draws. Open, so that they stand there where no script draws; the script closes it.
     void WriteRows(const output::ChartModel& model) {
-        fBody += "<details class=\"rows\" open><summary>Data of this chart</summary>\n<div class=\"scroll\"><table>\n";
+        fBody +=
+            "<details class=\"rows\" open=\"\"><summary>Data of this chart</summary>\n<div class=\"scroll\"><table>\n";
         fBody += fmt::format("<caption>{}</caption>\n<thead><tr>", Escaped(model.Description()));
         for (const auto& column : model.Columns())
             fBody += "<th scope=\"col\">" + Escaped(column) + "</th>";
@@ -164,7 +165,7 @@ std::string RenderHtml(const host::OutputDocument& document, const Selection& se
     const std::string title = info.fTitle.empty() ? document.Title()->Show(strings) : info.fTitle;
     std::string page = Head(title) + "<body>\n<header>\n<h1>" + Escaped(title) + "</h1>\n";
     if (!info.fCommand.empty()) page += "<pre class=\"command\">" + Escaped(info.fCommand) + "</pre>\n";
-    page += "</header>\n<div class=\"page\">\n<details class=\"outline\" open><summary>Contents</summary>\n";
+    page += "</header>\n<div class=\"page\">\n<details class=\"outline\" open=\"\"><summary>Contents</summary>\n";
     page += "<nav aria-label=\"Contents\"><ul>\n" + writer.fOutline + "</ul></nav></details>\n";
     page += "<main>\n" + writer.fBody + "</main>\n</div>\n";
     page += "<footer>hierfit " + Escaped(info.fVersion) + "</footer>\n";

@@ -172,7 +172,17 @@ private:
             if (fStyle.fWidth > 0 && width > fStyle.fWidth && end > first) break;
             ++end;
         }
-        return std::max(end, std::min(first + 1, fLayout.fColumns));
+        end = std::max(end, std::min(first + 1, fLayout.fColumns));
+        // A header over several columns keeps them together where a panel of its own can hold them.
+        for (const auto& row : fLayout.fvHeader) {
+            for (const auto& cell : row) {
+                if (cell.fFirst > first && cell.fFirst < end && cell.fFirst + cell.fSpan > end &&
+                    StubWidth() + kGap + SpanWidth(cell.fFirst, cell.fFirst + cell.fSpan) <= fStyle.fWidth) {
+                    return cell.fFirst;
+                }
+            }
+        }
+        return end;
     }
 
     std::string Rule(int width, bool heavy = false) const {
