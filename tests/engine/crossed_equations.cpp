@@ -44,7 +44,7 @@ const std::vector<Design>& Designs() {
         {"all zero", {{12, kId, 1, 1, {0.0}}, {7, kId, 1, 1, {0.0}}}},
         {"loss of rank", {{10, kUn, 2, 1, {0.9, 0.3, 0.1}}, {7, kUn, 2, 1, {0.4, -0.2, 0.1}}}},
         {"tiny", {{12, kId, 1, 1, {1e-9}}, {7, kId, 1, 1, {1e-9}}, {5, kId, 2, 1, {0.3}}}},
-        {"large", {{12, kId, 1, 1, {1e2}}, {7, kId, 1, 1, {1e3}}}},
+        {"large", {{12, kId, 1, 1, {20.0}}, {7, kId, 1, 1, {50.0}}}},
     };
     return designs;
 }

@@ -46,12 +46,14 @@ bool SemidefiniteFactor(const Eigen::MatrixXd& a, Eigen::MatrixXd& factor, bool&
 }  // namespace
 
 CrossedEquations::CrossedEquations(std::shared_ptr<const CrossedStatistics> statistics,
-                                   std::vector<CrossedCovariance> covariances, int numParams, bool restricted)
+                                   std::vector<CrossedCovariance> covariances, int numParams, bool restricted,
+                                   Workers* crew, std::unique_ptr<SchurComplement> schur)
     : fStat(std::move(statistics)),
       fCovariances(std::move(covariances)),
       fParams(numParams),
       fRestricted(restricted),
-      fSchur(MakeSchurComplement(*fStat)),
+      fCrew(crew),
+      fSchur(schur ? std::move(schur) : MakeSchurComplement(*fStat, crew)),
       fTerms(fStat->Terms()) {
     for (int t = 0; t < fStat->Terms(); ++t)
         fTerms[t].fGroups.resize(fCovariances[t].fFirstParam.size());
@@ -81,12 +83,17 @@ Eigen::Map<const Eigen::MatrixXd> CrossedEquations::ScaledMet(int subject) const
 
 CrossedValue CrossedEquations::Evaluate(const Eigen::VectorXd& theta, CrossedOrder order) {
     CrossedValue value;
-    if (!SetCovariance(theta) || !Assemble() || !SolveFixed()) return value;
+    if (fKnown == Known::kNothing || theta != fTheta) {
+        fKnown = Known::kNothing;
+        if (!SetCovariance(theta) || !Assemble() || !SolveFixed()) return value;
+        fKnown = Known::kValue;
+    }
     value.fFeasible = true;
     value.fObjective = Objective();
     if (order == CrossedOrder::kValue) return value;
-    fSchur->Invert();
-    SumTraces();
+    if (!fSchur->IsInverted()) fSchur->Invert();
+    if (fKnown != Known::kTraces) SumTraces();
+    fKnown = Known::kTraces;
     value.fGradient = Gradient(nullptr);
     if (order == CrossedOrder::kGradient) return value;
     value.fHessian = Average();
@@ -94,6 +101,12 @@ CrossedValue CrossedEquations::Evaluate(const Eigen::VectorXd& theta, CrossedOrd
     value.fExpected = CrossedTraces(*this).Expected();
     value.fHessian = 2.0 * value.fHessian - value.fExpected + CurvatureTerms();
     return value;
+}
+
+void CrossedEquations::UseCovariances(std::vector<CrossedCovariance> covariances) {
+    for (std::size_t t = 0; t < covariances.size(); ++t)
+        if (covariances[t].fStructure != fCovariances[t].fStructure) fKnown = Known::kNothing;
+    fCovariances = std::move(covariances);
 }
 
 bool CrossedEquations::HasExactHessian() const {

@@ -48,8 +48,11 @@ struct CrossedValue {
 class CrossedEquations {
 public:
     /// The statistics must have columns of X of full rank. covariances: one a term.
+    /// crew: shares out the large matrix's factoring, null for one thread. schur: how the rest is factored; if null, as
+    /// suits the statistics.
     CrossedEquations(std::shared_ptr<const CrossedStatistics> statistics, std::vector<CrossedCovariance> covariances,
-                     int numParams, bool restricted);
+                     int numParams, bool restricted, Workers* crew = nullptr,
+                     std::unique_ptr<SchurComplement> schur = nullptr);
     ~CrossedEquations();
 
     /// False when the model has more coefficients in the rest than can be factored: nothing may be evaluated then.
@@ -59,7 +62,10 @@ public:
     bool HasExactHessian() const;
 
     int NumParams() const { return fParams; }
+    /// Exchanges the structures, as for another scale of the parameters; numbers of parameters and groups stay.
+    void UseCovariances(std::vector<CrossedCovariance> covariances);
 
+    /// What is known from the last evaluation is used when theta is the same.
     CrossedValue Evaluate(const Eigen::VectorXd& theta, CrossedOrder order);
 
     /// The Hessian at theta by differences of exact gradients, one or two evaluations a parameter: central, or forward
@@ -71,6 +77,9 @@ public:
     // After Evaluate, from kValue on. Fixed effects are those of the original columns.
     Eigen::VectorXd FixedEffects() const;
     Eigen::MatrixXd FixedCovariance() const;
+    /// X'V^-1 X, and y'P y.
+    Eigen::MatrixXd FixedInformation() const;
+    double Quadratic() const { return fResidualForm / fResidual; }
 
     // After Evaluate, from kGradient on.
 
@@ -179,8 +188,11 @@ private:
     std::vector<CrossedCovariance> fCovariances;
     int fParams;
     bool fRestricted;
+    Workers* fCrew;
     std::unique_ptr<SchurComplement> fSchur;
 
+    enum class Known { kNothing, kValue, kTraces };
+    Known fKnown = Known::kNothing;  ///< at fTheta
     Eigen::VectorXd fTheta;
     double fResidual = 1.0;  ///< s2
     std::vector<TermState> fTerms;

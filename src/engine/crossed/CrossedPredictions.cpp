@@ -13,6 +13,12 @@ Eigen::MatrixXd CrossedEquations::FixedCovariance() const {
     return fResidual * (transform * fFixedInverse * transform.transpose());
 }
 
+Eigen::MatrixXd CrossedEquations::FixedInformation() const {
+    const Eigen::MatrixXd back = fStat->Transform().inverse();
+    const int p = fStat->fFixed;
+    return back.transpose() * fReducedCross.topLeftCorner(p, p) * back / fResidual;
+}
+
 std::vector<Eigen::MatrixXd> CrossedEquations::FixedCovarianceDerivatives() const {
     // d C = C X'V^-1 dV V^-1 X C; the residual's follows as C is homogeneous of degree 1 in all variances together.
     const Eigen::MatrixXd outer = fStat->Transform() * fFixedInverse;

@@ -1,8 +1,7 @@
 #include "engine/crossed/CrossedTraces.h"
 
 #include "engine/crossed/CrossedEquations.h"
-
-#include <cblas.h>
+#include "engine/crossed/TiledCholesky.h"
 
 namespace engine {
 
@@ -200,8 +199,7 @@ void CrossedTraces::AddEliminatedPairs() {
             }
         }
         products.emplace_back(order, order);
-        cblas_dsymm(CblasColMajor, CblasLeft, CblasLower, order, order, 1.0, fInverse.data(), order, sum.data(), order,
-                    0.0, products.back().data(), order);
+        TiledMultiply(fInverse.data(), order, sum.data(), order, products.back().data(), fEq.fCrew);
     }
     for (std::size_t a = 0; a < own.size(); ++a) {
         for (std::size_t b = a; b < own.size(); ++b) {

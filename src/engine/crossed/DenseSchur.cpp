@@ -1,10 +1,9 @@
 #include "engine/crossed/SchurComplement.h"
+#include "engine/crossed/TiledCholesky.h"
 
 #include <algorithm>
 #include <cblas.h>
 #include <cmath>
-#include <cstdlib>
-#include <lapacke.h>
 
 namespace engine {
 
@@ -13,7 +12,7 @@ namespace {
 /// S in the lower triangle of a square array, factored and inverted in place.
 class DenseSchur final : public SchurComplement {
 public:
-    explicit DenseSchur(int order) : fOrder(order), fMap(nullptr, 0, 0) {}
+    DenseSchur(int order, Workers* crew) : fOrder(order), fCrew(crew), fMap(nullptr, 0, 0) {}
 
     int Order() const override { return fOrder; }
 
@@ -49,7 +48,7 @@ public:
     double Diagonal(int i) const override { return Column(i)[i]; }
 
     bool Factor() override {
-        if (fOrder > 0 && LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', fOrder, fMap.data(), fOrder) != 0) return false;
+        if (!TiledFactor(fMap.data(), fOrder, fCrew)) return false;
         fLogDeterminant = 0.0;
         for (int i = 0; i < fOrder; ++i)
             fLogDeterminant += 2.0 * std::log(Diagonal(i));
@@ -68,13 +67,12 @@ public:
             return;
         }
         Eigen::MatrixXd product(fOrder, columns);
-        cblas_dsymm(CblasColMajor, CblasLeft, CblasLower, fOrder, columns, 1.0, fMap.data(), fOrder, b.data(), fOrder,
-                    0.0, product.data(), fOrder);
+        TiledMultiply(fMap.data(), fOrder, b.data(), columns, product.data(), fCrew);
         b.swap(product);
     }
 
     void Invert() override {
-        if (fOrder > 0) LAPACKE_dpotri_work(LAPACK_COL_MAJOR, 'L', fOrder, fMap.data(), fOrder);
+        TiledInvert(fMap.data(), fOrder, fCrew);
         fInverted = true;
     }
 
@@ -126,6 +124,7 @@ private:
     }
 
     int fOrder;
+    Workers* fCrew;
     Eigen::VectorXd fData;
     Eigen::Map<Eigen::MatrixXd> fMap;
     double fLogDeterminant = 0.0;
@@ -135,8 +134,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<SchurComplement> MakeDenseSchur(int order) {
-    return std::make_unique<DenseSchur>(order);
+std::unique_ptr<SchurComplement> MakeDenseSchur(int order, Workers* crew) {
+    return std::make_unique<DenseSchur>(order, crew);
 }
 
 }  // namespace engine

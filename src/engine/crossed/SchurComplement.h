@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/crossed/CrossedStatistics.h"
+#include "engine/model/Workers.h"
 
 #include <Eigen/Dense>
 #include <memory>
@@ -50,9 +51,11 @@ inline constexpr int kMaxDenseOrder = 11585;
 
 /// The representation that suits the statistics: dense for small orders and for those that would fill in, else sparse
 /// with a minimum-degree ordering. Null when neither is within reach (dense beyond kMaxDenseOrder, sparse beyond 2^27
-/// elements).
-std::unique_ptr<SchurComplement> MakeSchurComplement(const CrossedStatistics& statistics);
+/// elements). crew: for the dense one; null for one thread.
+std::unique_ptr<SchurComplement> MakeSchurComplement(const CrossedStatistics& statistics, Workers* crew);
 
-std::unique_ptr<SchurComplement> MakeDenseSchur(int order);
+std::unique_ptr<SchurComplement> MakeDenseSchur(int order, Workers* crew = nullptr);
+/// Null when the pattern or the factor is too large.
+std::unique_ptr<SchurComplement> MakeSparseSchur(const CrossedStatistics& statistics);
 
 }  // namespace engine

@@ -94,6 +94,9 @@ public:
         // Eigen's own ordering is switched off: rows and columns are permuted here, once.
         fMatrix.resize(pattern.rows(), pattern.cols());
         fMatrix.selfadjointView<Eigen::Lower>() = pattern.selfadjointView<Eigen::Lower>().twistedBy(order);
+        // The permuted columns come out unsorted; each transposition sorts.
+        const Sparse transposed = fMatrix.transpose();
+        fMatrix = transposed.transpose();
         fMatrix.makeCompressed();
         fFactor.analyzePattern(fMatrix);
     }
@@ -211,13 +214,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<SchurComplement> MakeSchurComplement(const CrossedStatistics& stat) {
-    if (stat.fRest <= kAlwaysDense) return MakeDenseSchur(stat.fRest);
-    const bool denseFits = stat.fRest <= kMaxDenseOrder;
+std::unique_ptr<SchurComplement> MakeSparseSchur(const CrossedStatistics& stat) {
     const Sparse pattern = Pattern(stat);
-    const double order = stat.fRest;
-    if (pattern.cols() == 0 || (denseFits && pattern.nonZeros() > 0.05 * order * order))
-        return denseFits ? MakeDenseSchur(stat.fRest) : nullptr;
+    if (pattern.cols() == 0) return nullptr;
     Permutation elimination;
     Eigen::AMDOrdering<int>()(pattern.selfadjointView<Eigen::Lower>(), elimination);
     // The ordering gives the original index at each place.
@@ -229,9 +228,25 @@ std::unique_ptr<SchurComplement> MakeSchurComplement(const CrossedStatistics& st
         elements += count;
         work += 3.0 * static_cast<double>(count) * count;
     }
-    if (denseFits && kDenseAdvantage * work > order * order * order) return MakeDenseSchur(stat.fRest);
-    if (elements > kMaxSparseElements) return denseFits ? MakeDenseSchur(stat.fRest) : nullptr;
+    if (elements > kMaxSparseElements) return nullptr;
     return std::make_unique<SparseSchur>(pattern, place, work);
+}
+
+std::unique_ptr<SchurComplement> MakeSchurComplement(const CrossedStatistics& stat, Workers* crew) {
+    if (stat.fRest <= kAlwaysDense) return MakeDenseSchur(stat.fRest, crew);
+    const bool denseFits = stat.fRest <= kMaxDenseOrder;
+    // A subject that meets n coefficients fills n^2 / 2 elements: many of them, and S is as good as dense.
+    double met = 0.0;
+    for (std::size_t j = 0; j + 1 < stat.fFirstMet.size(); ++j) {
+        const double count = static_cast<double>(stat.fFirstMet[j + 1] - stat.fFirstMet[j]);
+        met += 0.5 * count * count;
+    }
+    const double order = stat.fRest;
+    constexpr double kCrowded = 0.02;
+    if (denseFits && met > kCrowded * order * order) return MakeDenseSchur(stat.fRest, crew);
+    std::unique_ptr<SchurComplement> sparse = MakeSparseSchur(stat);
+    if (denseFits && (!sparse || sparse->Work() > order * order * order)) return MakeDenseSchur(stat.fRest, crew);
+    return sparse;
 }
 
 }  // namespace engine
