@@ -11,6 +11,8 @@ namespace host {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr int kMostLevels = 200;
+constexpr std::size_t kLongestCondition = 10000;
 
 /// What a part of the condition is, for the rows of a block: numbers (truth is 0 or 1, unknown is NaN), or texts.
 struct Cells {
@@ -165,6 +167,7 @@ public:
     ConditionParser(const std::string& text, const TableContent& content) : fText(text), fContent(content) {}
 
     Outcome<std::shared_ptr<const Filter>> Parse() {
+        if (fText.size() > kLongestCondition) return DataError{"the filter is longer than 10000 characters", {}, 0, {}};
         NodePtr root = Condition();
         if (root && fAt < fText.size()) Fail("something follows the condition");
         if (root && !fError && root->fKind != Kind::kTruth) Fail("this is a value, not a condition; compare it");
@@ -173,6 +176,18 @@ public:
     }
 
 private:
+    /// One more level of nesting, for as long as it lives.
+    class Level {
+    public:
+        explicit Level(int& depth) : fDepth(depth) { ++fDepth; }
+        ~Level() { --fDepth; }
+        Level(const Level&) = delete;
+        Level& operator=(const Level&) = delete;
+
+    private:
+        int& fDepth;
+    };
+
     NodePtr Fail(const std::string& text) {
         if (!fError) {
             const std::string place = fAt < fText.size() ? "at \"" + fText.substr(fAt, 20) + "\"" : "at its end";
@@ -240,14 +255,10 @@ private:
     NodePtr Not(NodePtr inner) { return Logic(std::make_unique<TruthConstant>(), std::move(inner), Difference); }
 
     NodePtr Single() {
-        if (++fDepth > 200) return Fail("it is nested too deeply");
-        NodePtr result;
-        if (TakeWord("not") || (PeekIsNot() && Take("!")))
-            result = Not(Single());
-        else
-            result = Compared();
-        --fDepth;
-        return result;
+        const Level level(fDepth);
+        if (fDepth > kMostLevels) return Fail("it is nested too deeply");
+        if (TakeWord("not") || (PeekIsNot() && Take("!"))) return Not(Single());
+        return Compared();
     }
 
     bool PeekIsNot() {
@@ -327,13 +338,13 @@ private:
     }
 
     NodePtr Factor() {
+        const Level level(fDepth);
+        if (fDepth > kMostLevels) return Fail("it is nested too deeply");
         SkipBlanks();
         if (fAt >= fText.size()) return Fail("a value or a variable is missing");
         const char c = fText[fAt];
         if (Take("(")) {
-            if (++fDepth > 200) return Fail("it is nested too deeply");
             NodePtr inner = Condition();
-            --fDepth;
             if (inner && !Take(")")) return Fail("a closing parenthesis is missing");
             return inner;
         }
