@@ -161,11 +161,17 @@ TEST(DataReading, SpecialTextsInATextColumnAreTexts) {
 TEST(DataReading, RandomBytesNeverHarm) {
     std::mt19937 random(99);
     const std::string alphabet = "\",\n\r;\t 0123456789.eE+-ab\xC3\xA9\xFFnN";
+    const std::vector<std::string> tokens = {"",   "1",     "-2.5",           "1e3", "nan",
+                                             "ab", "\"q\"", "\"a,\"\"b\nc\"", " x ", "\xC3\xA9"};
     int tables = 0;
     for (int round = 0; round < 1000; ++round) {
-        std::string text = round % 2 == 0 ? "a,b\n" : "";
-        for (int i = static_cast<int>(random() % 60); i > 0; --i)
-            text += alphabet[random() % alphabet.size()];
+        std::string text = "a,b\n";
+        for (int row = static_cast<int>(random() % 9); row >= 0; --row) {
+            text += tokens[random() % tokens.size()] + "," + tokens[random() % tokens.size()];
+            text += random() % 2 == 0 ? "\n" : "\r\n";
+        }
+        for (int i = static_cast<int>(random() % 4); i > 0; --i)
+            text[random() % text.size()] = alphabet[random() % alphabet.size()];
         const Folder folder;
         const auto table = host::OpenDataFile(folder.Write("f.csv", text), {});
         if (!table) {
