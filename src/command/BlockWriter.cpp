@@ -264,6 +264,7 @@ void FillRunValue(const Specification& specification, run::RunValue& value) {
     value.fvMeans.clear();
     for (const Means& means : specification.fvMeans)
         value.fvMeans.push_back(means.fChoice);
+    value.fvTests = specification.fvTests;
     value.fParameterFile = !specification.fFiles.fParameter.empty();
     value.fWishes.fHistory = specification.fPrint.fHistory;
     value.fWishes.fGMatrix = specification.fPrint.fGMatrix;

@@ -42,6 +42,7 @@ void ReadReference(const Item& item, const VariableInfo& factor, Means& means) {
                            item.fAt};
     }
     means.fChoice.fFirstIsReference = means.fReference == Reference::kFirst;
+    means.fChoice.fReferenceNamed = means.fReference == Reference::kText || means.fReference == Reference::kNumber;
 }
 
 }  // namespace

@@ -75,14 +75,7 @@ struct Means {
     run::MeansChoice fChoice;
 };
 
-struct CustomTest {
-    std::string fLabel;
-    bool fAllColumns = false;
-    std::vector<int> fvFixedCounts;   ///< all columns: one entry; else one for each fixed row
-    std::vector<int> fvRandomCounts;  ///< all columns: one entry; else one for each random row
-    std::vector<std::vector<double>> fvRows;
-    std::vector<double> fvK;
-};
+using CustomTest = run::CustomTest;
 
 struct SavedVariable {
     int fType = 1;  ///< one-based

@@ -69,6 +69,18 @@ struct MeansChoice {
     ContrastKind fContrast = ContrastKind::kNoContrast;
     bool fLinkScale = false;
     bool fFirstIsReference = false;
+    bool fReferenceNamed = false;  ///< the reference level is given by its value
+};
+
+/// A custom test: rows of coefficients, against values. Each row holds the coefficients of the fixed effects, the
+/// intercept's first when there is one, and behind them those of the random effects, block by block.
+struct CustomTest {
+    std::string fLabel;
+    bool fAllColumns = false;         ///< coefficients of all columns in one run, else effect by effect
+    std::vector<int> fvFixedCounts;   ///< all columns: one entry; else one for each fixed effect
+    std::vector<int> fvRandomCounts;  ///< all columns: one entry; else one for each random effect
+    std::vector<std::vector<double>> fvRows;
+    std::vector<double> fvK;  ///< one for each row; empty: zeros
 };
 
 /// Where the adapter has put what the engine needs behind the declared record variables; -1 where there is none.
@@ -129,6 +141,7 @@ struct RunValue {
     int fResidualGroupVar = -1;
     std::vector<int> fvRandomGroupVars;  ///< per random block, -1 none
     std::vector<MeansChoice> fvMeans;    ///< per estimated means request
+    std::vector<CustomTest> fvTests;     ///< the settings have no setter for them
     bool fParameterFile = false;         ///< the model file asked for is a parameter file
     Wishes fWishes;
     int fThreads = 0;                                    ///< 0: all cores
