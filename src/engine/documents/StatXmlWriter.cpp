@@ -1,6 +1,7 @@
 #include "engine/documents/StatXmlWriter.h"
 
 #include "engine/documents/DocumentEffect.h"
+#include "engine/documents/MeansXml.h"
 #include "engine/documents/XmlWriter.h"
 #include "engine/lmm/Distributions.h"
 #include "engine/seam/Namer.h"
@@ -49,7 +50,8 @@ public:
           fSummary(source.fSummary),
           fNamer(source.fVariables, &source.fRun.fHidden),
           fEffects(source.fSpec.FixedEffects()),
-          fXml(stream) {}
+          fXml(stream),
+          fMeans(fXml, fNamer, source.fMeans, source.fSpec.fConfidence) {}
 
     void Write() {
         const XmlElement root(fXml, "StatXML");
@@ -91,6 +93,7 @@ private:
                 WriteEffect(fXml, fNamer, effect);
         }
         RandomSettings();
+        fMeans.Settings();
     }
 
     void NameList(const char* element, const char* name, const std::vector<int>& variables) {
@@ -200,12 +203,14 @@ private:
             columns += count;
         Statistic("numOfColsOfRandom", columns);
         Statistic("numOfCommonSubjects", fFit.fNumCommonSubjects);
+        if (HasEstimates()) fMeans.GrandMean();
         TargetDistribution();
         PredictedByObserved();
         if (!HasEstimates()) return;
         ModelTests();
         FirstSubject();
         RandomCovariances();
+        fMeans.Groups();
     }
 
     void Coordinates(const char* feature, const std::vector<double>& values) {
@@ -531,6 +536,8 @@ private:
                 return p.fRedundant && fSpec.fResidual.fSecondMeasures.empty();
             });
             if (redundant) keys.emplace_back("kGLMM_C28");
+            for (std::string& key : fMeans.MessageKeys())
+                keys.push_back(std::move(key));
         }
         if (hasSubjects && CommonSubject(fSpec).empty()) keys.emplace_back("kGLMM_C26");
         return keys;
@@ -549,6 +556,7 @@ private:
     Namer fNamer;
     std::vector<ModelEffect> fEffects;
     XmlWriter fXml;
+    MeansXml fMeans;
 };
 
 }  // namespace

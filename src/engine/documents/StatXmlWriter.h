@@ -3,6 +3,7 @@
 #include "contracts/EngineVariables.h"
 #include "engine/documents/RecordSummary.h"
 #include "engine/lmm/FitResult.h"
+#include "engine/means/MeansResults.h"
 #include "run/RunValue.h"
 
 #include <ostream>
@@ -16,6 +17,7 @@ struct DocumentSource {
     const MCVarList& fVariables;
     const run::RunValue& fRun;
     const RecordSummary& fSummary;
+    const MeansResults& fMeans;
 };
 
 /// Writes the result document: build settings, string maps, diagnostics, estimates, messages. docs/documents.md has its

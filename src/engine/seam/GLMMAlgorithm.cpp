@@ -4,6 +4,7 @@
 #include "engine/documents/PmmlWriter.h"
 #include "engine/documents/StatXmlWriter.h"
 #include "engine/lmm/LmmFit.h"
+#include "engine/means/MeansResults.h"
 #include "engine/seam/ModelBuilder.h"
 #include "engine/seam/ResultWriter.h"
 #include "engine/seam/Scorer.h"
@@ -28,6 +29,7 @@ struct KeptModel : run::FittedModel {
     ModelSpec fSpec;
     FitResult fFit;
     RecordSummary fSummary;
+    MeansResults fMeans;
 };
 
 }  // namespace
@@ -47,6 +49,7 @@ struct GLMMAlgorithm::Impl {
     MCStatus TakeKeptModel();
     void Keep(engine::ModelSpec spec, engine::FitResult fit, const engine::RecordView& records);
     void LeaveDocuments();
+    void AddMeans(engine::KeptModel& model, const engine::RecordView& records);
     engine::DocumentSource Documents() const;
     bool WantsDocuments() const;
     bool BlupsWanted() const { return std::find(fvBlups.begin(), fvBlups.end(), true) != fvBlups.end(); }
@@ -115,10 +118,25 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit, co
     }
     model->fSpec = std::move(spec);
     model->fFit = std::move(fit);
+    AddMeans(*model, records);
     fpModel = model;
     if (!fpRun) return;
     fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
     if (fpRun->fWishes.fDocuments) LeaveDocuments();
+}
+
+/// What follows from the fit on request: estimated means and custom tests.
+void GLMMAlgorithm::Impl::AddMeans(engine::KeptModel& model, const engine::RecordView& records) {
+    const run::RunValue& run = fpRun ? *fpRun : fNoRun;
+    model.fMeans = engine::EstimateMeans(model.fFit, model.fSpec, engine::AverageRecords(model.fSpec, records),
+                                         engine::TargetScale(run.fTarget), fSettings, run, WantsDocuments());
+    for (const MCStatus& warning : model.fMeans.Warnings()) {
+        fvWarnings.push_back(warning);
+        fStats->fvWarnings.push_back(warning);
+    }
+    if (!fpRun) return;
+    model.fMeans.AddFigures(run.fvTests, engine::Namer(fVariables, &run.fHidden),
+                            fpRun->Result(fpRun->fSplitOrdinal).fFigures);
 }
 
 bool GLMMAlgorithm::Impl::WantsDocuments() const {
@@ -126,7 +144,7 @@ bool GLMMAlgorithm::Impl::WantsDocuments() const {
 }
 
 engine::DocumentSource GLMMAlgorithm::Impl::Documents() const {
-    return {fpModel->fFit, fpModel->fSpec, fVariables, fpRun ? *fpRun : fNoRun, fpModel->fSummary};
+    return {fpModel->fFit, fpModel->fSpec, fVariables, fpRun ? *fpRun : fNoRun, fpModel->fSummary, fpModel->fMeans};
 }
 
 /// The second half of the system is called back with these.
