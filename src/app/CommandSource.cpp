@@ -1,6 +1,7 @@
 #include "app/CommandSource.h"
 
 #include "app/ExitCode.h"
+#include "app/MeansOptions.h"
 #include "command/CommandParser.h"
 #include "command/Words.h"
 #include "host/data/DataFile.h"
@@ -114,6 +115,10 @@ void CommandSource::Apply(const CommandOption& option, const std::string& text) 
         fTree.Set(option.fSubcommand, parameter, std::move(items), at);
     };
     command::CommandError error;
+    if (std::string_view(option.fSubcommand) == "EMMEANS") {
+        if (!ApplyMeansOption(fTree, option, text, error)) Refuse(error);
+        return;
+    }
     switch (option.fForm) {
         case OptionForm::kText:
             return set(option.fParameter, {command::Item::Text(text, at)});

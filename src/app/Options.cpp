@@ -34,6 +34,17 @@ const std::vector<CommandOption>& CommandOptions() {
         {"--type", "BUILD_OPTIONS", "ANALYSIS_TYPE", OptionForm::kItems, "type of the tests of effects, 1 or 3"},
         {"--level", "BUILD_OPTIONS", "CONFIDENCE_LEVEL", OptionForm::kItems, "confidence level in percent"},
         {"--max-iter", "BUILD_OPTIONS", "MAX_ITERATIONS", OptionForm::kItems, "largest number of iterations"},
+        {"--emmeans", "EMMEANS", "TABLES", OptionForm::kItems,
+         "estimated means of factors and their combinations: a,a*b"},
+        {"--contrast", "EMMEANS", "CONTRAST", OptionForm::kWord,
+         "compares the first factor: pairwise, deviation, simple"},
+        {"--reference", "EMMEANS", "REFERENCE", OptionForm::kText,
+         "level that a simple contrast compares with: first, last or its value"},
+        {"--adjust", "EMMEANS", "ADJUST", OptionForm::kWord,
+         "adjustment of the contrasts: lsd, seqbonferroni, seqsidak"},
+        {"--at", "EMMEANS", "AT", OptionForm::kItems, "covariates of the means held at values: x=2.5"},
+        {"--emm-scale", "EMMEANS", "SCALE", OptionForm::kWord, "scale of the means: original or link"},
+        {"--test", "TEST", "ROWS", OptionForm::kItems, "custom test, rows of coefficients: 'a(1 -1 0); a(0 1 -1)'"},
         {"--print", "PRINT", "", OptionForm::kItems, "further tables: corb,covb,testcov,history(1),..."}};
     return options;
 }

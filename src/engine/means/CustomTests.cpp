@@ -104,7 +104,11 @@ private:
 
     const std::vector<SubjectPrediction>& Subjects(int block) {
         std::vector<SubjectPrediction>& subjects = fSubjects[block];
-        if (subjects.empty()) subjects = fFit.Predictions(block);
+        if (subjects.empty()) {
+            subjects = fFit.Predictions(block);
+            std::stable_sort(subjects.begin(), subjects.end(),
+                             [](const auto& a, const auto& b) { return a.fSubject < b.fSubject; });
+        }
         return subjects;
     }
 

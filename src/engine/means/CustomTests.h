@@ -19,9 +19,9 @@ struct CustomTestResult {
 /// Estimates and tests the rows of coefficients of a custom test.
 ///
 /// Coefficients of a fixed effect stand for its columns, redundant ones included, the first factor slowest. Those of a
-/// random effect stand for its columns of the first subject, then of the second, and so on, subjects in the order of
-/// the records. Columns that have no coefficient behind them count as 0. In the form of all columns, effects (and the
-/// random blocks) follow one another without gap.
+/// random effect stand for its columns of the first subject, then of the second, and so on, subjects ascending. Columns
+/// that have no coefficient behind them count as 0. In the form of all columns, effects (and the random blocks) follow
+/// one another without gap.
 CustomTestResult RunCustomTest(const FitResult& fit, const ModelSpec& spec, const run::CustomTest& test);
 
 }  // namespace engine
