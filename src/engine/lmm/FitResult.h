@@ -30,12 +30,15 @@ struct IterationRecord {
     double fMaxGradient = kMissing;  ///< greatest absolute gradient of the objective over the free parameters
     int fHalvings = 0;
     bool fFisher = false;    ///< scoring step, else a Newton step
+    double fDamping = 1.0;   ///< generalized models: part of the way that was gone
     Eigen::VectorXd fTheta;  ///< covariance parameters, reported scale, all of them
 };
 
 struct FixedParameter {
     int fEffect = 0;           ///< index into ModelSpec::FixedEffects()
     std::vector<int> fLevels;  ///< 0-based codes, one a factor of the effect
+    int fTarget = -1;          ///< target category of a multinomial model, else -1
+    bool fThreshold = false;   ///< of an ordinal target: the upper threshold of category fTarget
     double fEstimate = 0.0;    ///< 0 when redundant
     double fStdError = kMissing;
     double fDf = kMissing;

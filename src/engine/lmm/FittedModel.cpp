@@ -2,6 +2,8 @@
 
 #include "engine/lmm/MixedContrasts.h"
 
+#include <numeric>
+
 namespace engine {
 
 FittedModel::FittedModel(const ModelSpec& spec, const RecordView& view)
@@ -9,8 +11,29 @@ FittedModel::FittedModel(const ModelSpec& spec, const RecordView& view)
 
 FittedModel::~FittedModel() = default;
 
+Eigen::VectorXd FittedModel::Start() const {
+    Eigen::VectorXd theta = IsCrossed() ? fCrossed->Start() : fProblem->Start();
+    if (fSpec.fResidual.fUnitScale) theta[theta.size() - 1] = 1.0;
+    return theta;
+}
+
+Eigen::MatrixXd FittedModel::RandomCovariance(int block, int group) const {
+    Eigen::MatrixXd matrix;
+    const int at = Layout().Find(block, group);
+    if (at < 0) return matrix;
+    const Segment& segment = Layout()[at];
+    Places places;
+    places.fPositions.resize(segment.fReported->Dimension());
+    std::iota(places.fPositions.begin(), places.fPositions.end(), 0);
+    segment.fReported->Matrix(segment.Part(fTheta), places, matrix);
+    return matrix;
+}
+
 const MixedContrasts& FittedModel::Mixed() const {
-    std::call_once(fOnce, [this] { fMixed = std::make_unique<MixedContrasts>(*this); });
+    std::call_once(fOnce, [this] {
+        fMixed =
+            std::make_unique<MixedContrasts>(*this, IsCrossed() ? MakeCrossedSource(*this) : MakeMarginalSource(*this));
+    });
     return *fMixed;
 }
 

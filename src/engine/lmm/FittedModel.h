@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/crossed/CrossedProblem.h"
 #include "engine/lmm/Inference.h"
 #include "engine/lmm/LmmProblem.h"
 #include "engine/lmm/Objective.h"
@@ -13,17 +14,31 @@ namespace engine {
 class MixedContrasts;
 
 /// What a finished fit keeps alive for the calls of FitResult: its own copy of the model, the gathered problem, and the
-/// inference. Made by LmmFit.
+/// inference. Made by LmmFit. The problem is one of subjects, or one of crossed random effects.
 struct FittedModel {
     FittedModel(const ModelSpec& spec, const RecordView& view);
     ~FittedModel();
+
+    /// Crossed, or with a block of one subject: no subject variable is common to all blocks.
+    bool IsCrossed() const { return fCrossed != nullptr; }
+    const FixedBasis& Basis() const { return IsCrossed() ? *fOwnBasis : fProblem->Basis(); }
+    const ParameterLayout& Layout() const { return IsCrossed() ? fCrossed->Layout() : fProblem->Layout(); }
+    /// Starting values, reported scale.
+    Eigen::VectorXd Start() const;
+
+    /// Covariance matrix of one subject's effects of a block at a group level (-1: none); 0 x 0 if there is none.
+    Eigen::MatrixXd RandomCovariance(int block, int group) const;
     /// Made with the first call, which reads the records.
     const MixedContrasts& Mixed() const;
 
     ModelSpec fSpec;
     Workers fWorkers;
     RecordView fView;
+    std::shared_ptr<const void>
+        fWorkingData;  ///< what the view and the basis look into, when a generalized fit made it
     std::unique_ptr<LmmProblem> fProblem;
+    std::unique_ptr<FixedBasis> fOwnBasis;  ///< of a crossed problem
+    std::unique_ptr<CrossedProblem> fCrossed;
     std::unique_ptr<Objective> fObjective;
     std::unique_ptr<Inference> fInference;
     Eigen::VectorXd fTheta;            ///< reported scale

@@ -29,6 +29,7 @@ double Snapped(double value) {
 
 struct CrossSums {
     Eigen::MatrixXd fCross;
+    Eigen::MatrixXd fPlain;
     double fFrequency = 0.0;
     double fLogWeights = 0.0;
 };
@@ -45,8 +46,7 @@ FixedBasis::FixedBasis(const ModelSpec& spec, const RecordView& view, Workers& w
       fOffsetValue(spec.fOffsetValue),
       fIntercept(spec.fIntercept) {
     PickCentres(spec, view);
-    Accumulate(view, workers);
-    Sweep(spec.fTolerance);
+    Sweep(spec.fTolerance, Accumulate(view, workers));
 }
 
 void FixedBasis::PickCentres(const ModelSpec& spec, const RecordView& view) {
@@ -55,16 +55,18 @@ void FixedBasis::PickCentres(const ModelSpec& spec, const RecordView& view) {
     fShift = fWorking.fTarget != nullptr ? fWorking.fTarget[0] : view.Row(0)[fDependent];
 }
 
-void FixedBasis::Accumulate(const RecordView& view, Workers& workers) {
+Eigen::MatrixXd FixedBasis::Accumulate(const RecordView& view, Workers& workers) {
     const int columns = NumColumns();
     const int effects = fDesign.NumEffects();
     const double perChunk = 8.0 * (columns + 1) * (columns + 1);
     const int most = std::clamp(static_cast<int>(6.4e7 / perChunk), 1, 256);
     const int chunks = std::clamp(static_cast<int>(view.fCount / 8192), 1, most);
+    const bool weighted = fRegression >= 0 || fWorking.fWeight != nullptr;
     std::vector<CrossSums> sums(chunks);
     workers.Run(chunks, [&](int chunk) {
         CrossSums& sum = sums[chunk];
         sum.fCross = Eigen::MatrixXd::Zero(columns + 1, columns + 1);
+        if (weighted) sum.fPlain = sum.fCross;
         std::vector<ColumnHit> hits(effects);
         const std::size_t end = view.fCount * (chunk + 1) / chunks;
         for (std::size_t i = view.fCount * chunk / chunks; i < end; ++i) {
@@ -84,33 +86,43 @@ void FixedBasis::Accumulate(const RecordView& view, Workers& workers) {
                 column[columns] += left * target;
             }
             sum.fCross(columns, columns) += total * target * target;
+            for (int a = 0; weighted && a < effects; ++a) {
+                for (int b = a; b < effects; ++b)
+                    sum.fPlain(hits[b].fColumn, hits[a].fColumn) += frequency * hits[a].fValue * hits[b].fValue;
+            }
         }
     });
     fCross = std::move(sums[0].fCross);
+    Eigen::MatrixXd plain = std::move(sums[0].fPlain);
     fTotalFrequency = sums[0].fFrequency;
     fLogWeights = sums[0].fLogWeights;
     for (int chunk = 1; chunk < chunks; ++chunk) {
         fCross += sums[chunk].fCross;
+        if (weighted) plain += sums[chunk].fPlain;
         fTotalFrequency += sums[chunk].fFrequency;
         fLogWeights += sums[chunk].fLogWeights;
     }
     fCross.triangularView<Eigen::StrictlyUpper>() = fCross.transpose();
+    if (weighted) plain.triangularView<Eigen::StrictlyUpper>() = plain.transpose();
     fRecords = static_cast<double>(view.fCount);
+    return plain;
 }
 
-void FixedBasis::Sweep(double tolerance) {
+void FixedBasis::Sweep(double tolerance, const Eigen::MatrixXd& plain) {
     const int columns = NumColumns();
     fIndex.assign(columns, -1);
-    // Row k of factor is row k of U with U'U = X'WX over the kept columns, extended to all columns and the target.
+    const bool weighted = plain.size() > 0;
+    const Eigen::MatrixXd& cross = weighted ? plain : fCross;
+    // Row k of factor is row k of U with U'U = X'X over the kept columns, extended to all columns and the target.
     Eigen::MatrixXd factor(static_cast<Eigen::Index>(std::min<double>(columns, fRecords)), columns + 1);
     for (int j = 0; j < columns && Rank() < factor.rows(); ++j) {
         const int rank = Rank();
-        const double left = fCross(j, j) - factor.col(j).head(rank).squaredNorm();
-        if (!(left > tolerance * fCross(j, j))) continue;
+        const double left = cross(j, j) - factor.col(j).head(rank).squaredNorm();
+        if (!(left > tolerance * cross(j, j))) continue;
         factor.row(rank).setZero();
         const double root = std::sqrt(left);
         factor.row(rank).tail(columns + 1 - j) =
-            (fCross.row(j).tail(columns + 1 - j) -
+            (cross.row(j).tail(columns + 1 - j) -
              factor.col(j).head(rank).transpose() * factor.topRows(rank).rightCols(columns + 1 - j)) /
             root;
         factor(rank, j) = root;
@@ -122,10 +134,18 @@ void FixedBasis::Sweep(double tolerance) {
     for (int k = 0; k < rank; ++k)
         upper.col(k) = factor.col(fKept[k]).head(rank);
     upper.triangularView<Eigen::StrictlyLower>().setZero();
-    const auto solve = [&](const Eigen::MatrixXd& right) -> Eigen::MatrixXd {
-        return upper.triangularView<Eigen::Upper>().solve(right);
-    };
-    const Eigen::VectorXd leastSquares = solve(factor.topRows(rank).col(columns));
+    Eigen::VectorXd leastSquares = factor.topRows(rank).col(columns);
+    if (weighted) {
+        Eigen::MatrixXd kept(rank, rank);
+        for (int k = 0; k < rank; ++k) {
+            leastSquares[k] = fCross(fKept[k], columns);
+            for (int l = 0; l < rank; ++l)
+                kept(k, l) = fCross(fKept[k], fKept[l]);
+        }
+        leastSquares = kept.ldlt().solve(leastSquares).eval();
+    } else {
+        upper.triangularView<Eigen::Upper>().solveInPlace(leastSquares);
+    }
     fLeastSquares = Eigen::VectorXd::Zero(columns);
     for (int k = 0; k < rank; ++k)
         fLeastSquares[fKept[k]] = leastSquares[k];
@@ -141,8 +161,8 @@ void FixedBasis::Sweep(double tolerance) {
             upper.topLeftCorner(before, before).triangularView<Eigen::Upper>().solve(factor.col(j).head(before));
     }
     if (fDesign.IsCentred()) {
-        const Eigen::MatrixXd plain = fDesign.CentredToPlain();
-        const Eigen::MatrixXd all = span * plain;  // original columns in kept centred ones
+        const Eigen::MatrixXd back = fDesign.CentredToPlain();
+        const Eigen::MatrixXd all = span * back;  // original columns in kept centred ones
         fTransform.resize(rank, rank);
         for (int k = 0; k < rank; ++k)
             fTransform.col(k) = all.col(fKept[k]);

@@ -65,7 +65,8 @@ public:
     /// Every original column as a combination of the kept ones: Rank() x NumColumns(). A row of coefficients l is
     /// estimable when l = l[kept] * Span().
     const Eigen::MatrixXd& Span() const { return fSpan; }
-    /// Upper triangular factor U of the kept original columns' weighted cross-products, U'U.
+    /// Upper triangular factor U of the kept original columns' cross-products, U'U, frequencies in them
+    /// but no regression weights.
     const Eigen::MatrixXd& CrossFactor() const { return fCrossFactor; }
 
 private:
@@ -75,8 +76,9 @@ private:
         return (record[fDependent] - fShift) - offset;
     }
     void PickCentres(const ModelSpec& spec, const RecordView& view);
-    void Accumulate(const RecordView& view, Workers& workers);
-    void Sweep(double tolerance);
+    // Gives the cross-products without regression weights, which have no say in columns; empty when there are none.
+    Eigen::MatrixXd Accumulate(const RecordView& view, Workers& workers);
+    void Sweep(double tolerance, const Eigen::MatrixXd& plain);
 
     EffectDesign fDesign;
     WorkingData fWorking;

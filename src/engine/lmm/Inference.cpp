@@ -137,6 +137,17 @@ FTestResult Inference::Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& 
         usedHalf.col(static_cast<Eigen::Index>(i)) = half.col(kept[i]);
         usedEstimate[static_cast<Eigen::Index>(i)] = estimate[kept[i]];
     }
+    // Orthonormal rows: what Satterthwaite's rule makes of several rows depends on their basis, and must not depend on
+    // the names of the levels.
+    if (kept.size() > 1) {
+        Eigen::MatrixXd columns(rows.cols(), kept.size());
+        for (std::size_t i = 0; i < kept.size(); ++i)
+            columns.col(static_cast<Eigen::Index>(i)) = rows.row(kept[i]).transpose();
+        const Eigen::MatrixXd cross = columns.transpose() * columns;
+        const Eigen::LLT<Eigen::MatrixXd> factor(cross);
+        factor.matrixU().solveInPlace<Eigen::OnTheRight>(usedHalf);
+        factor.matrixL().solveInPlace(usedEstimate);
+    }
     if (kept.empty()) {
         result.fEstimable = false;
     } else {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <set>
 
 namespace engine {
 
@@ -44,33 +45,54 @@ void Warn(FitResult& result, long code) {
     result.fWarnings.push_back({code, Severity::kWarning, {}});
 }
 
-void DescribeData(const LmmProblem& problem, FitResult& result) {
-    const FixedBasis& basis = problem.Basis();
+void DescribeColumns(const FittedModel& model, FitResult& result) {
+    const FixedBasis& basis = model.Basis();
     result.fRecords = basis.Records();
     result.fTotalFrequency = basis.TotalFrequency();
     result.fRank = basis.Rank();
     result.fResidualDf = static_cast<int>(std::lround(basis.TotalFrequency())) - basis.Rank();
-    for (std::size_t b = 0; b < problem.Blocks().size(); ++b) {
-        const EffectDesign& design = problem.Blocks()[b].fDesign;
-        result.fNumSubjects.push_back(problem.NumSubjects(static_cast<int>(b)));
+    result.fNumCommonSubjects = 1;
+    result.fMaxRecordsPerSubject = static_cast<int>(model.fView.fCount);
+    for (const RandomBlock& block : model.fSpec.fRandom) {
+        const EffectDesign design(block.fEffects, model.fSpec.fLevels);
         result.fNumColumns.push_back(design.NumColumns());
         std::vector<RandomColumn> columns;
         for (int c = 0; c < design.NumColumns(); ++c)
             columns.push_back({design.EffectOf(c), design.LevelsOf(c)});
         result.fRandomColumns.push_back(std::move(columns));
     }
+}
+
+void DescribeSubjects(const LmmProblem& problem, FitResult& result) {
+    for (std::size_t b = 0; b < problem.Blocks().size(); ++b)
+        result.fNumSubjects.push_back(problem.NumSubjects(static_cast<int>(b)));
     result.fNumResidualSubjects = problem.NumResidualSubjects();
-    result.fNumCommonSubjects = problem.HasSubjects() ? problem.NumCommonSubjects() : 1;
-    if (!problem.HasSubjects()) {
-        result.fMaxRecordsPerSubject = static_cast<int>(problem.View().fCount);
-        return;
-    }
+    if (!problem.HasSubjects()) return;
+    result.fNumCommonSubjects = problem.NumCommonSubjects();
+    result.fMaxRecordsPerSubject = 0;
     for (int s = 0; s < problem.NumCommonSubjects(); ++s) {
         const auto size = static_cast<int>(problem.SubjectEnd(s) - problem.SubjectBegin(s));
         result.fMaxRecordsPerSubject = std::max(result.fMaxRecordsPerSubject, size);
     }
     for (std::size_t i = problem.SubjectBegin(0); i < problem.SubjectEnd(0); ++i)
         result.fFirstSubject.push_back(i);
+}
+
+// Subjects of a block are those of an undivided term; a divided block's terms have one for each level too.
+int CrossedSubjects(const FittedModel& model, int block) {
+    const std::vector<int>& variables = model.fSpec.fRandom[block].fSubjects;
+    std::set<std::vector<int>> subjects;
+    for (const CrossedTerm& term : model.fCrossed->Terms()) {
+        if (term.fBlock != block) continue;
+        if (!term.IsDivided()) return static_cast<int>(term.fFirstRecords.size());
+        for (std::size_t record : term.fFirstRecords) {
+            std::vector<int> codes;
+            for (int variable : variables)
+                codes.push_back(static_cast<int>(model.fView.Row(record)[variable]));
+            subjects.insert(std::move(codes));
+        }
+    }
+    return static_cast<int>(subjects.size());
 }
 
 void Judge(const SolverOutcome& outcome, FitResult& result) {
@@ -105,11 +127,10 @@ void Judge(const SolverOutcome& outcome, FitResult& result) {
 // Whether an unstructured matrix has lost rank: its reported parameters then have no free neighbourhood.
 bool HasLostRank(const ParameterLayout& layout, const Eigen::VectorXd& theta) {
     for (const Segment& segment : layout.Segments()) {
-        if (!segment.HasWorkingScale()) continue;
+        if (segment.fType != CovarianceType::kUN) continue;
         Places places;
         for (int i = 0; i < segment.fReported->Dimension(); ++i)
             places.fPositions.push_back(i);
-        if (segment.fType >= CovarianceType::kUN_UN) continue;
         Eigen::MatrixXd matrix;
         segment.fReported->Matrix(segment.Part(theta), places, matrix);
         const Eigen::VectorXd scale =
@@ -158,7 +179,7 @@ Eigen::MatrixXd FreeInverse(const Eigen::MatrixXd& matrix, const std::vector<cha
 }
 
 bool InferFrom(FittedModel& model, const SolverOutcome& outcome) {
-    const ParameterLayout& layout = model.fProblem->Layout();
+    const ParameterLayout& layout = model.Layout();
     Eigen::MatrixXd jacobian;
     model.fTheta = layout.FromWorking(outcome.fTheta, &jacobian);
     const bool working = HasLostRank(layout, model.fTheta);
@@ -167,14 +188,16 @@ bool InferFrom(FittedModel& model, const SolverOutcome& outcome) {
     for (const Segment& segment : layout.Segments())
         sameScale = sameScale && !segment.HasWorkingScale();
     const Eigen::VectorXd theta = working ? outcome.fTheta : model.fTheta;
-    Evaluation at = working || sameScale ? outcome.fAt : model.fObjective->Derivatives(theta, scale);
+    // Subjects' derivatives are exact at every step; crossed ones are made so now.
+    const bool atHand = (working || sameScale) && !model.IsCrossed();
+    Evaluation at = atHand ? outcome.fAt : model.fObjective->Final(theta, scale);
     if (!at.fFeasible) return false;
     const Eigen::MatrixXd covariance = 2.0 * FreeInverse(at.fObserved, outcome.fHeld);
     model.fThetaCovariance = working ? Eigen::MatrixXd(jacobian * covariance * jacobian.transpose()) : covariance;
     const ModelSpec& spec = model.fSpec;
     const Eigen::MatrixXd weight = 2.0 * FreeInverse(at.fExpected, outcome.fHeld);
     model.fInference =
-        std::make_unique<Inference>(model.fProblem->Basis(), spec.fDf, spec.fConfidence, std::move(at), covariance);
+        std::make_unique<Inference>(model.Basis(), spec.fDf, spec.fConfidence, std::move(at), covariance);
     if (spec.fDf == DfMethod::kKenwardRoger) {
         model.fInference->AdjustKenwardRoger(weight, model.fObjective->WeightedCurvature(theta, scale, weight));
     }
@@ -182,7 +205,7 @@ bool InferFrom(FittedModel& model, const SolverOutcome& outcome) {
 }
 
 void FillFixed(const FittedModel& model, FitResult& result) {
-    const FixedBasis& basis = model.fProblem->Basis();
+    const FixedBasis& basis = model.Basis();
     const EffectDesign& design = basis.Design();
     const Eigen::MatrixXd covariance = model.fInference->Covariance();
     result.fFixedCovariance.setZero(basis.NumColumns(), basis.NumColumns());
@@ -224,28 +247,41 @@ void FillCriteria(const ModelSpec& spec, double value, FitResult& result) {
     result.fBic = value + q * std::log(n);
 }
 
-SolverOutcome SolveFromStarts(const FittedModel& model) {
-    const LmmProblem& problem = *model.fProblem;
-    const NewtonSolver solver(*model.fObjective, model.fSpec, problem.Basis().TargetScale());
-    const ParameterLayout& layout = problem.Layout();
-    std::vector<Eigen::VectorXd> starts{problem.Start()};
-    for (int s = 0; s < layout.NumSegments(); ++s) {
+// Multiplies V by the factor that minimises the objective, r'V^-1r / n, and gives the objective there.
+double ScaleBest(const FittedModel& model, const Evaluation& at, Eigen::VectorXd* theta) {
+    const FixedBasis& basis = model.Basis();
+    const double n = model.fSpec.fRestricted ? basis.TotalFrequency() - basis.Rank() : basis.TotalFrequency();
+    const double factor = at.fQuadratic / n;
+    for (Eigen::Index k = 0; k < theta->size(); ++k) {
+        const ParamKind kind = model.Layout().Info(static_cast<int>(k), ThetaScale::kReported).fKind;
+        if (kind == ParamKind::kVariance || kind == ParamKind::kCovariance) (*theta)[k] *= factor;
+        if (kind == ParamKind::kLoading) (*theta)[k] *= std::sqrt(factor);
+    }
+    return at.fValue - at.fQuadratic + n + n * std::log(factor);
+}
+
+SolverOutcome SolveFromStarts(const FittedModel& model, const Eigen::VectorXd& given = {}) {
+    const NewtonSolver solver(*model.fObjective, model.fSpec, model.Basis().TargetScale());
+    if (given.size() > 0) return solver.Solve(model.Layout().ToWorking(given));
+    const ParameterLayout& layout = model.Layout();
+    std::vector<Eigen::VectorXd> starts{model.Start()};
+    for (int s = 0; s < layout.NumSegments() && !model.IsCrossed(); ++s) {
         const Segment& segment = layout[s];
-        for (const Eigen::VectorXd& part : segment.fReported->StartGrid(problem.HintOf(s))) {
+        for (const Eigen::VectorXd& part : segment.fReported->StartGrid(model.fProblem->HintOf(s))) {
             starts.push_back(starts.front());
             starts.back().segment(segment.fOffset, segment.fCount) = part;
         }
     }
     if (starts.size() == 1) return solver.Solve(layout.ToWorking(starts.front()));
-    // Several optima: the best points of the grid are followed to their ends.
+    // Several optima: the best points of the grid, each with the scale that suits it best, are followed to their ends.
     std::vector<std::pair<double, int>> order;
     for (std::size_t i = 0; i < starts.size(); ++i) {
         const Evaluation at = model.fObjective->Value(starts[i], ThetaScale::kReported);
-        if (at.fFeasible) order.emplace_back(at.fValue, static_cast<int>(i));
+        if (at.fFeasible) order.emplace_back(ScaleBest(model, at, &starts[i]), static_cast<int>(i));
     }
     std::sort(order.begin(), order.end());
     SolverOutcome best;
-    constexpr std::size_t kFollowed = 5;
+    constexpr std::size_t kFollowed = 6;
     for (std::size_t i = 0; i < std::min(kFollowed, order.size()); ++i) {
         SolverOutcome outcome = solver.Solve(layout.ToWorking(starts[order[i].second]));
         const bool better = best.fEnd == SolverEnd::kBadStart ||
@@ -256,28 +292,54 @@ SolverOutcome SolveFromStarts(const FittedModel& model) {
     return best;
 }
 
-void Fit(const std::shared_ptr<FittedModel>& model, FitResult& result) {
+bool IsPerfect(const FixedBasis& basis, double residualSs) {
+    return basis.TotalFrequency() <= basis.Rank() || residualSs <= kPerfect * kPerfect * basis.TotalSumOfSquares();
+}
+
+// Gathers the records into the problem that the model's blocks ask for.
+FitStatus Build(FittedModel& model, FitResult& result, const WorkingData& working = {}) {
+    const ModelSpec& spec = model.fSpec;
+    double residualSs = 0.0;
+    if (CommonSubject(spec).empty() && CrossedProblem::Suits(spec)) {
+        model.fOwnBasis = std::make_unique<FixedBasis>(spec, model.fView, model.fWorkers, working);
+        model.fCrossed = std::make_unique<CrossedProblem>(spec, model.fView, *model.fOwnBasis);
+        if (const FitStatus status = model.fCrossed->Prepare(); status.IsError()) return status;
+        const CrossedStatistics& statistics = *model.fCrossed->Statistics();
+        residualSs = statistics.fCross(statistics.fFixed, statistics.fFixed);
+        DescribeColumns(model, result);
+        for (std::size_t b = 0; b < spec.fRandom.size(); ++b)
+            result.fNumSubjects.push_back(CrossedSubjects(model, static_cast<int>(b)));
+    } else {
+        model.fProblem = std::make_unique<LmmProblem>(spec, model.fView, model.fWorkers);
+        if (const FitStatus status = model.fProblem->Prepare(working); status.IsError()) return status;
+        residualSs = model.fProblem->ResidualSumOfSquares();
+        DescribeColumns(model, result);
+        DescribeSubjects(*model.fProblem, result);
+    }
+    const FixedBasis& basis = model.Basis();
+    const bool generalized = working.fTarget != nullptr;
+    if (!generalized && basis.TotalSumOfSquares() == 0.0 && spec.fIntercept) {
+        return {kZeroScale, Severity::kError,
+                "The target is the same in all records: there is no variance to estimate."};
+    }
+    if (!generalized && IsPerfect(basis, residualSs)) {
+        return {kPerfectFit, Severity::kError, "The fixed effects reproduce the target exactly: no residual is left."};
+    }
+    if (!model.IsCrossed()) {
+        model.fObjective = std::make_unique<MarginalLikelihood>(*model.fProblem, spec.fRestricted);
+        return {0, Severity::kOk, {}};
+    }
+    auto crossed = std::make_unique<CrossedLikelihood>(*model.fCrossed, spec.fRestricted);
+    if (!crossed->IsWithinReach()) {
+        return {kNotBuilt, Severity::kError, "The crossed random effects have too many levels for this machine."};
+    }
+    model.fObjective = std::move(crossed);
+    return {0, Severity::kOk, {}};
+}
+
+// Everything that is known at the solution.
+void Conclude(const std::shared_ptr<FittedModel>& model, const SolverOutcome& outcome, FitResult& result) {
     const ModelSpec& spec = model->fSpec;
-    const RecordView& view = model->fView;
-    if (view.fCount == 0) return Fail(result, kNoRecords, "There are no valid records.");
-    model->fProblem = std::make_unique<LmmProblem>(spec, view, model->fWorkers);
-    LmmProblem& problem = *model->fProblem;
-    if (const FitStatus status = problem.Prepare(); status.IsError()) {
-        result.fStatus = status;
-        return;
-    }
-    if (spec.fCancelled && spec.fCancelled()) return Fail(result, kStopped, "");
-    DescribeData(problem, result);
-    const FixedBasis& basis = problem.Basis();
-    if (basis.TotalSumOfSquares() == 0.0 && spec.fIntercept) {
-        return Fail(result, kZeroScale, "The target is the same in all records: there is no variance to estimate.");
-    }
-    if (basis.TotalFrequency() <= basis.Rank() ||
-        problem.ResidualSumOfSquares() <= kPerfect * kPerfect * basis.TotalSumOfSquares()) {
-        return Fail(result, kPerfectFit, "The fixed effects reproduce the target exactly: no residual is left.");
-    }
-    model->fObjective = std::make_unique<MarginalLikelihood>(problem, spec.fRestricted);
-    const SolverOutcome outcome = SolveFromStarts(*model);
     result.fHistory = outcome.fHistory;
     result.fIterations = std::max(0, static_cast<int>(outcome.fHistory.size()) - 1);
     if (outcome.fEnd == SolverEnd::kBadStart) {
@@ -293,7 +355,7 @@ void Fit(const std::shared_ptr<FittedModel>& model, FitResult& result) {
         result.fStatus = result.fWarnings.back();
         return;
     }
-    ReportCovariance(problem.Layout(), *model, outcome.fHeld, outcome.fAtBound, result);
+    ReportCovariance(model->Layout(), *model, outcome.fHeld, outcome.fAtBound, result);
     FillFixed(*model, result);
     FillCriteria(spec, outcome.fAt.fValue, result);
     model->fSpec.fCancelled = nullptr;
@@ -303,7 +365,55 @@ void Fit(const std::shared_ptr<FittedModel>& model, FitResult& result) {
     result.fStatus = result.fWarnings.empty() ? FitStatus{0, Severity::kOk, {}} : result.fWarnings.back();
 }
 
+void Fit(const std::shared_ptr<FittedModel>& model, FitResult& result) {
+    const ModelSpec& spec = model->fSpec;
+    if (model->fView.fCount == 0) return Fail(result, kNoRecords, "There are no valid records.");
+    if (const FitStatus status = Build(*model, result); status.IsError()) {
+        result.fStatus = status;
+        return;
+    }
+    if (spec.fCancelled && spec.fCancelled()) return Fail(result, kStopped, "");
+    Conclude(model, SolveFromStarts(*model), result);
+}
+
 }  // namespace
+
+RepeatedFit::RepeatedFit(const ModelSpec& spec, const RecordView& view, std::shared_ptr<const void> data)
+    : fModel(std::make_shared<FittedModel>(spec, view)) {
+    fModel->fWorkingData = std::move(data);
+}
+
+RepeatedFit::~RepeatedFit() = default;
+
+FitStatus RepeatedFit::Gather(const WorkingData& working) {
+    FittedModel& model = *fModel;
+    if (!model.fObjective) return Build(model, fResult, working);
+    if (!model.IsCrossed()) return model.fProblem->Gather(working);
+    FitResult again;
+    model.fObjective.reset();
+    return Build(model, again, working);
+}
+
+FitStatus RepeatedFit::Solve(const WorkingData& working) {
+    const Eigen::VectorXd last = fOutcome.fTheta.size() > 0 ? Theta() : Eigen::VectorXd();
+    if (const FitStatus status = Gather(working); status.IsError()) return status;
+    fOutcome = SolveFromStarts(*fModel, last);
+    if (fOutcome.fEnd == SolverEnd::kBadStart && last.size() > 0) fOutcome = SolveFromStarts(*fModel);
+    if (fOutcome.fEnd == SolverEnd::kBadStart) {
+        return {kBadStart, Severity::kError, "The likelihood can't be computed at the starting values."};
+    }
+    if (fOutcome.fEnd == SolverEnd::kCancelled) return {kStopped, Severity::kError, {}};
+    return {0, Severity::kOk, {}};
+}
+
+Eigen::VectorXd RepeatedFit::Theta() const {
+    return fModel->Layout().FromWorking(fOutcome.fTheta);
+}
+
+FitResult RepeatedFit::Conclude() {
+    engine::Conclude(fModel, fOutcome, fResult);
+    return std::move(fResult);
+}
 
 FitResult FitLmm(const ModelSpec& spec, const RecordView& view) {
     FitResult result;

@@ -232,6 +232,7 @@ FitStatus LmmProblem::PlanResidual() {
         shape.fSecondDimension = fRepeated.fSecondDimension;
     }
     shape.fSpaceDimension = static_cast<int>(residual.fSpatial.size());
+    shape.fFixedVariance = residual.fUnitScale;
     fRepeated.fSegments = SegmentsFor(-1, residual.fGroup, residual.fType, shape);
     if (fRepeated.fSegments.empty()) {
         return {kNotBuilt, Severity::kError, "The repeated block has a covariance type that does not exist."};

@@ -16,7 +16,7 @@ namespace engine {
 namespace {
 
 std::unique_ptr<Structure> OneVariance(const StructureShape& shape) {
-    return MakeVariances(std::vector<int>(shape.fDimension, 0));
+    return MakeVariances(std::vector<int>(shape.fDimension, 0), shape.fFixedVariance);
 }
 
 std::unique_ptr<Structure> VariancePerPosition(const StructureShape& shape) {

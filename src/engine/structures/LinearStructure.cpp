@@ -197,10 +197,13 @@ struct HuynhFeldtPattern {
 
 }  // namespace
 
-std::unique_ptr<Structure> MakeVariances(std::vector<int> groups) {
+std::unique_ptr<Structure> MakeVariances(std::vector<int> groups, bool fixed) {
     const int dimension = static_cast<int>(groups.size());
     const int count = groups.empty() ? 0 : *std::max_element(groups.begin(), groups.end()) + 1;
-    return std::make_unique<LinearStructure<VariancesPattern>>(dimension, VarianceInfos(count),
+    std::vector<ParamInfo> params = VarianceInfos(count);
+    for (ParamInfo& param : params)
+        param.fFixed = fixed;
+    return std::make_unique<LinearStructure<VariancesPattern>>(dimension, std::move(params),
                                                                VariancesPattern{std::move(groups), count});
 }
 

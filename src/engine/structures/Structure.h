@@ -124,6 +124,7 @@ struct StructureShape {
     int fSecondDimension = 1;           ///< Kronecker: of the second factor
     std::vector<int> fEffectColumns;    ///< random VC: number of columns of each effect, in order, adding up to fDimension
     int fSpaceDimension = 0;            ///< spatial: number of coordinates
+    bool fFixedVariance = false;        ///< ID only: the variance is held where it starts
 };
 
 /// Why a spatial type is not valid for the places, as a sentence that says what to do; empty when it is, and for other

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "engine/lmm/FitResult.h"
+
+#include <Eigen/Dense>
+#include <memory>
+#include <vector>
+
+namespace engine {
+
+struct FittedModel;
+
+/// Predictions of random effects, and functions of fixed and random effects with the covariance of their errors.
+class RandomSource {
+public:
+    virtual ~RandomSource() = default;
+
+    /// Whether a block has this subject.
+    virtual bool Knows(int block, const std::vector<int>& codes) const = 0;
+
+    struct Combination {
+        Eigen::VectorXd fRandom;               ///< the rows' random parts, estimated
+        Eigen::MatrixXd fCovariance;           ///< of estimate less truth, fixed parts included
+        std::vector<Eigen::MatrixXd> fSlopes;  ///< its derivatives, one a covariance parameter; empty where held
+    };
+    /// kept: the rows' fixed coefficients, a column a row, kept columns in their original parametrisation. All
+    /// subjects are known. slopes: whether derivatives are wanted.
+    virtual Combination Combine(const Eigen::MatrixXd& kept, const std::vector<MixedRow>& rows, bool slopes) const = 0;
+
+    virtual std::vector<SubjectPrediction> Predictions(int block) const = 0;
+};
+
+/// For a problem by subjects: reads the records once, and again for derivatives, which are central differences.
+std::unique_ptr<RandomSource> MakeMarginalSource(const FittedModel& model);
+
+/// For a crossed problem: from its equations, with exact derivatives.
+std::unique_ptr<RandomSource> MakeCrossedSource(const FittedModel& model);
+
+}  // namespace engine
