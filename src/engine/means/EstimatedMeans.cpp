@@ -179,10 +179,11 @@ EstimatedMeans MeansEstimator::Estimate(const MeansRequest& request) const {
     for (int covariate : covariates)
         answer.fHeldAt.emplace_back(covariate, values[covariate]);
     const MeanRows rows(fSpec, values);
-    std::vector<Cell> cells;
+    std::vector<Cell> cells;  // gradients are kept for contrasts alone
     for (std::vector<int>& levels : LevelCombinations(fSpec, request.fFactors)) {
-        cells.push_back(MeanOf(rows.Row(request.fFactors, levels), request.fLinkScale));
-        answer.fMeans.push_back({std::move(levels), cells.back().fResult});
+        Cell cell = MeanOf(rows.Row(request.fFactors, levels), request.fLinkScale);
+        answer.fMeans.push_back({std::move(levels), cell.fResult});
+        if (answer.WantsContrasts()) cells.push_back(std::move(cell));
     }
     if (answer.WantsContrasts()) Compare(cells, answer);
     return answer;
