@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <new>
 #include <set>
 
@@ -273,11 +274,19 @@ SolverOutcome SolveFromStarts(const FittedModel& model, const Eigen::VectorXd& g
         }
     }
     if (starts.size() == 1) return solver.Solve(layout.ToWorking(starts.front()));
-    // Several optima: the best points of the grid, each with the scale that suits it best, are followed to their ends.
-    std::vector<std::pair<double, int>> order;
+    // Several optima: the valleys of the grid, each point with the scale that suits it best, are followed to their
+    // ends.
+    std::vector<double> heights(starts.size(), std::numeric_limits<double>::infinity());
     for (std::size_t i = 0; i < starts.size(); ++i) {
         const Evaluation at = model.fObjective->Value(starts[i], ThetaScale::kReported);
-        if (at.fFeasible) order.emplace_back(ScaleBest(model, at, &starts[i]), static_cast<int>(i));
+        if (at.fFeasible) heights[i] = ScaleBest(model, at, &starts[i]);
+    }
+    std::vector<std::pair<double, int>> order;
+    for (std::size_t i = 0; i < starts.size(); ++i) {
+        // The first start stands outside the grid.
+        const bool falls = i < 2 || heights[i] <= heights[i - 1];
+        const bool rises = i == 0 || i + 1 == starts.size() || heights[i] <= heights[i + 1];
+        if (std::isfinite(heights[i]) && falls && rises) order.emplace_back(heights[i], static_cast<int>(i));
     }
     std::sort(order.begin(), order.end());
     SolverOutcome best;

@@ -1,6 +1,8 @@
+#include "engine/seam/ModelBuilder.h"
 #include "engine/seam/Namer.h"
 #include "engine/seam/ResultWriter.h"
 
+#include <optional>
 #include <string>
 
 namespace engine {
@@ -23,6 +25,7 @@ public:
           fSpec(source.fSpec),
           fVariables(source.fVariables),
           fRun(source.fRun),
+          fGeneralized(source.fGeneralized),
           fNamer(source.fVariables),
           fEffects(source.fSpec.FixedEffects()) {}
 
@@ -60,6 +63,7 @@ private:
         fFigures.fWeightUsed = fVariables.GetWeightedCount();
         fFigures.fSubjects = fFit.fNumCommonSubjects;
         fFigures.fMethod = fSpec.fRestricted ? "REML" : "ML";
+        if (IsGeneralized(&fRun)) fFigures.fLikelihood = "pseudo";
     }
 
     void Fit() {
@@ -82,6 +86,7 @@ private:
             run::FixedRow row;
             row.fEffect = fNamer.Effect(fEffects[source.fEffect]);
             row.fTerm = fNamer.Term(fEffects[source.fEffect], source.fLevels);
+            row.fTargetCategory = TargetText(source.fTarget);
             row.fEstimate = source.fEstimate;
             row.fRedundant = source.fRedundant;
             if (!source.fRedundant) {
@@ -108,6 +113,11 @@ private:
         return parameter.fBlock < 0 ? "residual" : std::to_string(parameter.fBlock + 1);
     }
 
+    std::optional<std::string> TargetText(int code) const {
+        if (code < 0 || code >= static_cast<int>(fRun.fTargetCategories.size())) return std::nullopt;
+        return fRun.fTargetCategories[code];
+    }
+
     const std::vector<std::string>& GroupTexts(int block) const {
         return block < 0 ? fRun.fHidden.fvResidualGroupTexts : fRun.fHidden.fvRandomGroupTexts[block];
     }
@@ -119,6 +129,7 @@ private:
             const std::vector<int>& subjects =
                 source.fBlock < 0 ? fSpec.fResidual.fSubjects : fSpec.fRandom[source.fBlock].fSubjects;
             if (!subjects.empty()) row.fSubject = fNamer.Variables(subjects);
+            row.fTargetCategory = TargetText(source.fTarget);
             if (source.fGroup >= 0) row.fGroup = GroupTexts(source.fBlock)[source.fGroup];
             row.fStructure = CovarianceWord(source.fType);
             row.fParameter = source.fName;
@@ -139,12 +150,17 @@ private:
     }
 
     void RandomEffects() {
-        for (std::size_t b = 0; b < fSpec.fRandom.size(); ++b) {
-            const int block = static_cast<int>(b);
-            for (const SubjectPrediction& subject : fFit.Predictions(block)) {
-                const std::string name = fNamer.Categories(fSpec.fRandom[b].fSubjects, subject.fSubject);
+        // A multinomial target's predictors have the blocks again, each for its own category.
+        const int blocks = static_cast<int>(fSpec.fRandom.size());
+        const int all = fGeneralized ? fGeneralized->RandomBlocks() : blocks;
+        for (int b = 0; b < all; ++b) {
+            const int block = b % blocks;
+            const std::optional<std::string> target =
+                fGeneralized ? TargetText(fGeneralized->TargetOfBlock(b)) : std::nullopt;
+            for (const SubjectPrediction& subject : fFit.Predictions(b)) {
+                const std::string name = fNamer.Categories(fSpec.fRandom[block].fSubjects, subject.fSubject);
                 for (Eigen::Index c = 0; c < subject.fEstimate.size(); ++c) {
-                    fFigures.fRandomEffects.push_back({std::to_string(block + 1), name, std::nullopt,
+                    fFigures.fRandomEffects.push_back({std::to_string(block + 1), name, target,
                                                        ColumnTerm(block, static_cast<int>(c)), subject.fEstimate[c],
                                                        subject.fStdError[c]});
                 }
@@ -153,14 +169,15 @@ private:
     }
 
     void History() {
-        int number = 0;
+        int number = IsGeneralized(&fRun) ? 1 : 0;
         for (const IterationRecord& source : fFit.fHistory) {
             run::IterationRow row;
             row.fIteration = number;
-            row.fMethod = number == 0 ? "Start" : source.fFisher ? "Fisher" : "Newton";
+            row.fMethod = IsGeneralized(&fRun) ? "Outer" : number == 0 ? "Start" : source.fFisher ? "Fisher" : "Newton";
             row.fObjective = source.fObjective;
             row.fChange = source.fMaxChange;
             row.fHalvings = source.fHalvings;
+            row.fDamping = source.fDamping;
             row.fTheta.assign(source.fTheta.begin(), source.fTheta.end());
             fFigures.fHistory.push_back(std::move(row));
             ++number;
@@ -213,6 +230,7 @@ private:
     const ModelSpec& fSpec;
     const MCVarList& fVariables;
     const run::RunValue& fRun;
+    const WorkingModel* fGeneralized;
     Namer fNamer;
     std::vector<ModelEffect> fEffects;
     run::Figures fFigures;

@@ -3,6 +3,7 @@
 #include "engine/documents/BlupJson.h"
 #include "engine/documents/PmmlWriter.h"
 #include "engine/documents/StatXmlWriter.h"
+#include "engine/glmm/GlmmFit.h"
 #include "engine/lmm/LmmFit.h"
 #include "engine/means/MeansResults.h"
 #include "engine/seam/ModelBuilder.h"
@@ -28,6 +29,7 @@ constexpr long kFileError = 130093;
 struct KeptModel : run::FittedModel {
     ModelSpec fSpec;
     FitResult fFit;
+    std::shared_ptr<const WorkingModel> fGeneralized;  ///< null for a linear mixed model
     RecordSummary fSummary;
     MeansResults fMeans;
 };
@@ -47,7 +49,7 @@ struct GLMMAlgorithm::Impl {
     MCStatus Fit(MultiPassRecordIter& data);
     MCStatus StreamStatus(std::ostream& stream);
     MCStatus TakeKeptModel();
-    void Keep(engine::ModelSpec spec, engine::FitResult fit, const engine::RecordView& records);
+    void Keep(engine::ModelSpec spec, engine::GlmmResult result, const engine::RecordView& records);
     void LeaveDocuments();
     void AddMeans(engine::KeptModel& model, const engine::RecordView& records);
     engine::DocumentSource Documents() const;
@@ -79,14 +81,19 @@ MCStatus GLMMAlgorithm::Impl::Fit(MultiPassRecordIter& data) {
     }
     std::vector<double> storage;
     const engine::RecordView records = engine::ViewRecords(data, fpRun, storage);
-    Keep(spec, engine::FitLmm(spec, records), records);
+    if (engine::IsGeneralized(fpRun)) {
+        const engine::TargetSpec target = engine::BuildTargetSpec(spec, fVariables, *fpRun);
+        Keep(spec, engine::FitGlmm(spec, target, records), records);
+    } else {
+        Keep(spec, {engine::FitLmm(spec, records), nullptr, {}}, records);
+    }
     return fStatus;
 }
 
 /// A stream that went bad is noted for the host, which alone puts files in their place.
 MCStatus GLMMAlgorithm::Impl::StreamStatus(std::ostream& stream) {
     if (stream.flush()) return {};
-    if (fpRun) fpRun->fFileFailed = true;
+    if (fpRun) fpRun->fStreamFailed = true;
     return {engine::kFileError, false};
 }
 
@@ -98,7 +105,8 @@ MCStatus GLMMAlgorithm::Impl::TakeKeptModel() {
     return fStatus;
 }
 
-void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit, const engine::RecordView& records) {
+void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted, const engine::RecordView& records) {
+    engine::FitResult& fit = fitted.fFit;
     fStatus = engine::ConvertStatus(fit.fStatus);
     fvWarnings.clear();
     for (const engine::FitStatus& warning : fit.fWarnings)
@@ -107,17 +115,19 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::FitResult fit, co
         run::SplitResult& result = fpRun->Result(fpRun->fSplitOrdinal);
         result.fSplit = fpRun->fSplit;
         result.fName = fpRun->fSplitName;
-        result.fFigures = engine::MakeFigures({fit, spec, fVariables, *fpRun});
+        result.fFigures = engine::MakeFigures({fit, spec, fVariables, *fpRun, fitted.fModel.get()});
     }
     if (fStatus.IsError() || !fit.HasEstimates()) return;
 
     fStats = engine::MakeOutputStats(fit, spec, fSettings);
     auto model = std::make_shared<engine::KeptModel>();
     if (WantsDocuments()) {
-        model->fSummary = engine::SummariseRecords(fit, spec, records, engine::LinearPredictors(fit, spec, records));
+        model->fSummary = engine::SummariseRecords(
+            fit, spec, records, fitted.fModel ? fitted.fFitted : engine::LinearPredictors(fit, spec, records));
     }
     model->fSpec = std::move(spec);
     model->fFit = std::move(fit);
+    model->fGeneralized = std::move(fitted.fModel);
     AddMeans(*model, records);
     fpModel = model;
     if (!fpRun) return;
@@ -190,7 +200,9 @@ MCStatus GLMMAlgorithm::Score(Record const& record, std::vector<double>& scores,
                               std::vector<std::vector<double>>& probabilities) {
     probabilities.clear();
     if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
-    scores = engine::ScoreRecord(fpImpl->fpModel->fFit, fpImpl->fpModel->fSpec, fpImpl->fvScoreTypes, record.fpValues);
+    const engine::KeptModel& model = *fpImpl->fpModel;
+    scores = engine::ScoreRecord({model.fFit, model.fSpec, model.fGeneralized.get()}, fpImpl->fvScoreTypes,
+                                 record.fpValues, &probabilities);
     return {};
 }
 

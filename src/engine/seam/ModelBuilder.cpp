@@ -1,6 +1,9 @@
 #include "engine/seam/ModelBuilder.h"
 
+#include "engine/seam/Namer.h"
+
 #include <algorithm>
+#include <charconv>
 
 namespace engine {
 
@@ -77,6 +80,28 @@ void AddRunChoices(const run::RunValue& run, ModelSpec& spec) {
     }
 }
 
+void AddCategories(const run::RunValue& run, TargetSpec& target) {
+    target.fCategoryNames = run.fTargetCategories;
+    target.fCategories = static_cast<int>(run.fTargetCategories.size());
+    std::vector<double> values;
+    for (const std::string& text : run.fTargetCategories) {
+        double value = 0.0;
+        const auto end = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (end.ec == std::errc() && end.ptr == text.data() + text.size()) values.push_back(value);
+    }
+    if (values.size() == run.fTargetCategories.size()) target.fCategoryValues = std::move(values);
+    const auto named = run.fTarget.fReference ? std::find(target.fCategoryNames.begin(), target.fCategoryNames.end(),
+                                                          *run.fTarget.fReference)
+                                              : target.fCategoryNames.end();
+    if (named != target.fCategoryNames.end()) {
+        target.fReference = static_cast<int>(named - target.fCategoryNames.begin());
+    } else if (run.fTarget.fReferenceEnd == run::ReferenceEnd::kFirst) {
+        target.fReference = 0;
+    } else if (run.fTarget.fReferenceEnd == run::ReferenceEnd::kLast) {
+        target.fReference = target.fCategories - 1;
+    }
+}
+
 }  // namespace
 
 ModelSpec BuildModelSpec(const GLMMSettings& settings, const MCVarList* variables, const run::RunValue* run) {
@@ -111,7 +136,32 @@ ModelSpec BuildModelSpec(const GLMMSettings& settings, const MCVarList* variable
 
     if (variables) AddVariables(*variables, spec);
     if (run) AddRunChoices(*run, spec);
+    // Thresholds are an ordinal target's intercepts: it can't do without them.
+    if (run && run->fTarget.fDistribution == run::Distribution::kOrdinal) spec.fIntercept = true;
     return spec;
+}
+
+bool IsGeneralized(const run::RunValue* run) {
+    return run &&
+           (run->fTarget.fDistribution != run::Distribution::kNormal || run->fTarget.fLink != run::Link::kIdentity);
+}
+
+TargetSpec BuildTargetSpec(const ModelSpec& spec, const MCVarList& variables, const run::RunValue& run) {
+    TargetSpec target;
+    target.fDistribution = run.fTarget.fDistribution;
+    target.fLink = run.fTarget.fLink;
+    target.fLinkPower = run.fTarget.fLinkPower;
+    target.fDispersion = run.fTarget.fDispersion;
+    if (run.fTarget.fNonEventsVar >= 0) {
+        target.fNonEvents = run.fHidden.fTrials;
+    } else if (run.fTarget.fTrialsVar >= 0) {
+        target.fTrials = run.fHidden.fTrials;
+    } else {
+        target.fTrialsValue = run.fTarget.fTrialsValue;
+    }
+    target.fName = Namer(variables).Variable(spec.fDependent);
+    if (run.fTarget.IsCategorical()) AddCategories(run, target);
+    return target;
 }
 
 RecordView ViewRecords(MultiPassRecordIter& data, const run::RunValue* run, std::vector<double>& storage) {

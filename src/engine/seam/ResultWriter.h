@@ -3,6 +3,7 @@
 #include "contracts/EngineResults.h"
 #include "contracts/EngineSettings.h"
 #include "contracts/EngineVariables.h"
+#include "engine/glmm/WorkingModel.h"
 #include "engine/lmm/FitResult.h"
 #include "run/RunValue.h"
 
@@ -20,6 +21,7 @@ struct FigureSource {
     const ModelSpec& fSpec;
     const MCVarList& fVariables;
     const run::RunValue& fRun;
+    const WorkingModel* fGeneralized = nullptr;  ///< null for a linear mixed model, and when there are no estimates
 };
 
 /// The split's figures, in the user's words.

@@ -13,29 +13,33 @@ namespace {
 /// The two predictions of a record, each made once and only if a score asks for it.
 class RecordPredictions {
 public:
-    RecordPredictions(const FitResult& fit, const ModelSpec& spec, const double* record)
-        : fFit(fit), fRecord(record), fOffset(spec.fOffset >= 0 ? record[spec.fOffset] : spec.fOffsetValue) {
-        fTarget = record[spec.fDependent];
-    }
+    RecordPredictions(const ScoreSource& source, const double* record) : fSource(source), fRecord(record) {}
 
-    const ContrastResult& Fixed() {
-        if (!fFixed) fFixed = fFit.Contrast(fFit.FixedRow(fRecord));
-        return *fFixed;
+    const TargetPrediction& Fixed() { return Made(fFixed, false); }
+    const TargetPrediction& Whole() { return Made(fWhole, true); }
+    double Residual() {
+        if (fSource.fGeneralized) return fSource.fGeneralized->Residual(fRecord, Whole());
+        return fRecord[fSource.fSpec.fDependent] - Whole().fValue;
     }
-    const ContrastResult& Whole() {
-        if (!fWhole) fWhole = fFit.Contrast(fFit.RecordRow(fRecord));
-        return *fWhole;
-    }
-    double Offset() const { return fOffset; }
-    double Target() const { return fTarget; }
 
 private:
-    const FitResult& fFit;
+    const TargetPrediction& Made(std::optional<TargetPrediction>& slot, bool whole) {
+        if (!slot)
+            slot = fSource.fGeneralized ? fSource.fGeneralized->Predict(fSource.fFit, fRecord, whole) : Linear(whole);
+        return *slot;
+    }
+    TargetPrediction Linear(bool whole) const {
+        const FitResult& fit = fSource.fFit;
+        const ContrastResult sum = whole ? fit.Contrast(fit.RecordRow(fRecord)) : fit.Contrast(fit.FixedRow(fRecord));
+        const ModelSpec& spec = fSource.fSpec;
+        const double offset = spec.fOffset >= 0 ? fRecord[spec.fOffset] : spec.fOffsetValue;
+        return {sum.fEstimate + offset, sum.fStdError, sum.fDf, {}};
+    }
+
+    const ScoreSource& fSource;
     const double* fRecord;
-    double fOffset;
-    double fTarget = 0.0;
-    std::optional<ContrastResult> fFixed;
-    std::optional<ContrastResult> fWhole;
+    std::optional<TargetPrediction> fFixed;
+    std::optional<TargetPrediction> fWhole;
 };
 
 struct ScoreRule {
@@ -44,9 +48,9 @@ struct ScoreRule {
 };
 
 constexpr std::array<ScoreRule, 7> kScoreRules{{
-    {10, [](RecordPredictions& p) { return p.Fixed().fEstimate + p.Offset(); }},
-    {0, [](RecordPredictions& p) { return p.Whole().fEstimate + p.Offset(); }},
-    {6, [](RecordPredictions& p) { return p.Target() - p.Whole().fEstimate - p.Offset(); }},
+    {10, [](RecordPredictions& p) { return p.Fixed().fValue; }},
+    {0, [](RecordPredictions& p) { return p.Whole().fValue; }},
+    {6, [](RecordPredictions& p) { return p.Residual(); }},
     {11, [](RecordPredictions& p) { return p.Fixed().fStdError; }},
     {1, [](RecordPredictions& p) { return p.Whole().fStdError; }},
     {19, [](RecordPredictions& p) { return p.Fixed().fDf; }},
@@ -55,9 +59,9 @@ constexpr std::array<ScoreRule, 7> kScoreRules{{
 
 }  // namespace
 
-std::vector<double> ScoreRecord(const FitResult& fit, const ModelSpec& spec, const std::vector<ScoreType>& types,
-                                const double* record) {
-    RecordPredictions predictions(fit, spec, record);
+std::vector<double> ScoreRecord(const ScoreSource& source, const std::vector<ScoreType>& types, const double* record,
+                                std::vector<std::vector<double>>* probabilities) {
+    RecordPredictions predictions(source, record);
     std::vector<double> scores;
     scores.reserve(types.size());
     for (ScoreType type : types) {
@@ -66,6 +70,9 @@ std::vector<double> ScoreRecord(const FitResult& fit, const ModelSpec& spec, con
             if (rule.fType == type) score = rule.fScore(predictions);
         }
         scores.push_back(std::isnan(score) ? MCMV::Missing() : score);
+    }
+    if (source.fGeneralized && !predictions.Whole().fProbabilities.empty()) {
+        probabilities->push_back(predictions.Whole().fProbabilities);
     }
     return scores;
 }

@@ -93,7 +93,7 @@ public:
 
 /// The engine's covariance type numbers (what the settings' covariance type holds) and the structures behind them.
 enum class CovarianceType {
-    kARMA11 = 0, kAD1 = 1, kCS = 2, kDIAG = 3, kID = 4, kTP = 5, kUN = 7, kVC = 8, kAR1 = 9, kARH1 = 10,
+    kARH1 = 0, kAD1 = 1, kCS = 2, kDIAG = 3, kID = 4, kTP = 5, kUN = 7, kVC = 8, kAR1 = 9, kARMA11 = 10,
     kCSH = 11, kCSR = 12, kFA1 = 13, kHF = 14, kTPH = 15, kUNR = 16, kFAH1 = 17,
     kSPPOW = 18, kSPEXP = 19, kSPGAU = 20, kSPLIN = 21, kSPLINLOG = 22, kSPSPH = 23,
     kUN_UN = 24, kUN_AR1 = 25, kUN_CS = 26

@@ -88,7 +88,8 @@ void ACAInputAdapter::Impl::AddHidden() {
         run->fHidden.fvNames.back() = fpTable->GetVariable(variable).fName;
         return static_cast<int>(fColumns.size()) - 1;
     };
-    run->fHidden.fTrials = add(run->fTarget.fTrialsVar, false);
+    const run::Target& target = run->fTarget;
+    run->fHidden.fTrials = add(target.fTrialsVar >= 0 ? target.fTrialsVar : target.fNonEventsVar, false);
     run->fHidden.fOffset = add(run->fTarget.fOffsetVar, false);
     run->fHidden.fResidualGroup = add(run->fResidualGroupVar, true);
     for (const int variable : run->fvRandomGroupVars)

@@ -1,0 +1,107 @@
+#pragma once
+
+#include "engine/glmm/TargetSpec.h"
+#include "engine/lmm/FitResult.h"
+#include "engine/lmm/FixedBasis.h"
+#include "engine/model/ModelSpec.h"
+#include "engine/model/Workers.h"
+
+#include <Eigen/Dense>
+#include <memory>
+#include <vector>
+
+namespace engine {
+
+/// A prediction on the scale of the target: the mean, and for a multinomial target the most probable category.
+struct TargetPrediction {
+    double fValue = kMissing;
+    double fStdError = kMissing;  ///< by the delta method; of the category's probability for a multinomial target
+    double fDf = kMissing;
+    std::vector<double> fProbabilities;  ///< by category code; empty for targets without categories
+};
+
+/// A generalized model as a sequence of linear ones: about given linear predictors the target is expanded to first
+/// order, which gives a working response and its conditional variance (Wolfinger and O'Connell 1993, equations 5 to 8).
+///
+/// Each record has Predictors() linear predictors: one, or one less than the categories of a multinomial target. Its
+/// working rows are as many; where they are correlated they have been transformed to be independent, so that the linear
+/// model's residual is a scaled identity. Predictors include the offset.
+class WorkingModel {
+public:
+    virtual ~WorkingModel() = default;
+
+    /// The linear model of the working rows. Its first RandomBlocks() random blocks belong to the predictors.
+    const ModelSpec& Spec() const { return fSpec; }
+    const RecordView& View() const { return fView; }
+    WorkingData Data() const { return {fTarget.data(), fWeight.data()}; }
+    std::size_t Records() const { return fView.fCount / Predictors(); }
+
+    virtual int Predictors() const { return 1; }
+    virtual int RandomBlocks() const { return static_cast<int>(fSpec.fRandom.size()); }
+
+    /// Predictors from which iteration may start, by record. Taken from the data.
+    virtual void Start(Eigen::VectorXd& eta) const = 0;
+    /// Expands about eta. False, with the working rows undefined, when a mean is out of range there.
+    virtual bool Linearise(const Eigen::VectorXd& eta, Workers& crew) = 0;
+    /// A row whose fixed and random columns make predictor k of a record of the model's data, less the offset. It is
+    /// the record itself or stands in scratch.
+    virtual const double* PredictorRow(const double* record, int k, std::vector<double>& scratch) const = 0;
+    /// What is added to that row's combination.
+    virtual double Offset(const double* record) const = 0;
+    /// Whether a predictor has reached the edge of its means' range, where the likelihood no longer depends on it.
+    virtual bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const = 0;
+    /// Target category that a random block of the working model belongs to, -1 for all; and the model's own block.
+    virtual int TargetOfBlock(int /*block*/) const { return -1; }
+
+    /// What a fit predicts for a record of the model's data or of others with the same variables: by fixed effects
+    /// alone, or with the random effects of its subjects as far as they are known.
+    virtual TargetPrediction Predict(const FitResult& fit, const double* record, bool whole) const = 0;
+    /// Observed less predicted value; for a multinomial target, 1 less the probability of the observed category.
+    virtual double Residual(const double* record, const TargetPrediction& prediction) const = 0;
+
+    /// What a record of the model's data is fitted with, given its predictors: its mean on the scale of the target, of
+    /// two categories the probability of code 1, of more the most probable code.
+    virtual double Fitted(std::size_t record, const double* eta) const = 0;
+
+    /// Says what the linear model's parameters are in the model's own terms.
+    virtual void Translate(FitResult& result) const = 0;
+
+protected:
+    /// PredictorRow for a record that need not be one of the model's data.
+    virtual const double* ForeignRow(const double* record, int k, std::vector<double>& scratch) const {
+        return PredictorRow(record, k, scratch);
+    }
+    /// The combination that makes predictor k of a record.
+    MixedRow Combination(const FitResult& fit, const double* record, int k, bool whole) const;
+
+    WorkingModel(ModelSpec spec, const RecordView& view) : fSpec(std::move(spec)), fView(view) {}
+
+    ModelSpec fSpec;
+    RecordView fView;
+    std::vector<double> fTarget;  ///< working response less offset, a value a working row
+    std::vector<double> fWeight;
+};
+
+/// Calls work(first, end) for runs of records, on all threads.
+template <class Work>
+void ForRuns(Workers& crew, std::size_t records, const Work& work) {
+    constexpr std::size_t kRun = 2048;
+    const int runs = static_cast<int>(records / kRun) + 1;
+    crew.Run(runs, [&](int r) {
+        const std::size_t first = records / runs * r;
+        work(first, r + 1 == runs ? records : records / runs * (r + 1));
+    });
+}
+
+/// The working model of a target. spec is the model of the predictors; its scale is held at 1 where the distribution
+/// wants that and there is no residual structure.
+std::shared_ptr<WorkingModel> MakeWorkingModel(const ModelSpec& spec, const TargetSpec& target, const RecordView& view);
+
+/// A multinomial target's.
+std::shared_ptr<WorkingModel> MakeMultinomialModel(const ModelSpec& spec, const TargetSpec& target,
+                                                   const RecordView& view);
+
+/// Whether a residual structure takes the scale's place.
+bool HasResidualStructure(const ModelSpec& spec);
+
+}  // namespace engine

@@ -1,0 +1,242 @@
+// What generalized fits do where no outside figures exist: models that are one another's equal, data that can't carry
+// the model, and predictions on the scale of the target.
+#include "engine/glmm/Family.h"
+#include "engine/glmm_models.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace engine::testing {
+namespace {
+
+using run::Distribution;
+using Link = run::Link;
+
+void ExpectSame(const FitResult& a, const FitResult& b, double tolerance) {
+    ASSERT_TRUE(a.HasEstimates() && b.HasEstimates()) << a.fStatus.fDetail << b.fStatus.fDetail;
+    std::vector<std::pair<double, double>> left, right;
+    for (const FixedParameter& parameter : a.fFixed)
+        if (!parameter.fRedundant) left.emplace_back(parameter.fEstimate, parameter.fStdError);
+    for (const FixedParameter& parameter : b.fFixed)
+        if (!parameter.fRedundant) right.emplace_back(parameter.fEstimate, parameter.fStdError);
+    ASSERT_EQ(left.size(), right.size());
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        EXPECT_NEAR(left[i].first, right[i].first, tolerance) << i;
+        EXPECT_NEAR(left[i].second, right[i].second, tolerance) << i;
+    }
+    ASSERT_EQ(a.fCovariance.size(), b.fCovariance.size());
+    for (std::size_t k = 0; k < a.fCovariance.size(); ++k)
+        EXPECT_NEAR(a.fCovariance[k].fEstimate, b.fCovariance[k].fEstimate, 10 * tolerance) << k;
+}
+
+TEST(GlmmBehaviour, LinksInvertAndDiffer) {
+    for (const Link name : {Link::kIdentity, Link::kLog, Link::kLogComplement, Link::kLogit, Link::kProbit,
+                            Link::kComplementaryLogLog, Link::kNegativeLogLog, Link::kPower, Link::kCauchit}) {
+        const auto link = MakeLink(name, -2.0);
+        for (const double mu : {1e-6, 0.02, 0.4, 0.5, 0.93}) {
+            const double eta = link->Predictor(mu);
+            EXPECT_NEAR(link->Mean(eta), mu, 1e-12) << NameOf(name);
+            EXPECT_NEAR(link->Complement(eta), 1.0 - mu, 1e-12) << NameOf(name);
+            const double step = 1e-5 * std::max(1.0, std::abs(eta));
+            const double difference = (link->Mean(eta + step) - link->Mean(eta - step)) / (2.0 * step);
+            EXPECT_NEAR(link->Slope(eta), difference, 1e-6 * std::max(1e-3, std::abs(difference))) << NameOf(name);
+        }
+    }
+}
+
+TEST(GlmmBehaviour, NormalTargetWithIdentityLinkIsTheLinearModel) {
+    CsvRecords data = ReadData("penicillin", {"plate", "sample"});
+    ModelSpec spec = Spec(data, data["diameter"], {});
+    AddIntercept(spec, data["plate"]);
+    AddIntercept(spec, data["sample"]);
+    const RecordView view = data.View(spec);
+    ExpectSame(FitGlmm(spec, Target(Distribution::kNormal, Link::kIdentity), view).fFit, FitLmm(spec, view), 1e-6);
+}
+
+// Crossed random intercepts, and the same as divided effects of one common subject, go different ways in the engine.
+TEST(GlmmBehaviour, CrossedCountsAgreeWithOneSubject) {
+    CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
+    data.Add("all", std::vector<double>(data.Count(), 0.0), 1);
+    ModelSpec crossed = Seizures(data);
+    crossed.fFixed.erase(crossed.fFixed.begin() + 3);
+    ModelSpec common = crossed;
+    for (const char* name : {"subject", "period"}) {
+        AddIntercept(crossed, data[name]);
+        RandomBlock block;
+        block.fEffects.push_back(Factor(data[name]));
+        block.fSubjects = {data["all"]};
+        common.fRandom.push_back(block);
+    }
+    const TargetSpec target = Target(Distribution::kPoisson, Link::kLog);
+    const FitResult one = FitGlmm(common, target, data.View(common)).fFit;
+    ExpectSame(FitGlmm(crossed, target, data.View(crossed)).fFit, one, 1e-5);
+}
+
+TEST(GlmmBehaviour, TwoCategoriesAreTheSameInEveryGuise) {
+    CsvRecords data = ReadData("bacteria", {"ID", "trt"});
+    ModelSpec spec = Spec(data, data["y"], {Covariate(data["week"])});
+    AddIntercept(spec, data["ID"]);
+    const RecordView view = data.View(spec);
+    TargetSpec target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fCategories = 2;
+    const FitResult binary = FitGlmm(spec, target, view).fFit;
+    target.fReference = 0;
+    target.fDistribution = Distribution::kNominal;
+    ExpectSame(FitGlmm(spec, target, view).fFit, binary, 1e-6);
+    // An ordinal target's predictor is threshold less eta, and its event the lower category.
+    target.fDistribution = Distribution::kOrdinal;
+    const FitResult ordinal = FitGlmm(spec, target, view).fFit;
+    EXPECT_NEAR(ordinal.fFixed[0].fEstimate, -binary.fFixed[0].fEstimate, 1e-6);
+    EXPECT_NEAR(ordinal.fFixed[1].fEstimate, binary.fFixed[1].fEstimate, 1e-6);
+    EXPECT_NEAR(ordinal.fMinus2LogLikelihood, binary.fMinus2LogLikelihood, 1e-5);
+    target.fDistribution = Distribution::kBinomial;
+    target.fReference = 1;
+    const FitResult turned = FitGlmm(spec, target, view).fFit;
+    EXPECT_NEAR(turned.fFixed[1].fEstimate, -binary.fFixed[1].fEstimate, 1e-6);
+    target.fCategories = 0;
+    target.fTrialsValue = 1.0;
+    ExpectSame(FitGlmm(spec, target, view).fFit, binary, 1e-8);
+}
+
+TEST(GlmmBehaviour, FrequenciesRepeatRecords) {
+    CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
+    std::vector<double> twos(data.Count(), 2.0);
+    data.Add("twice", twos);
+    ModelSpec spec = Seizures(data);
+    AddIntercept(spec, data["subject"]);
+    spec.fFrequencyWeight = data["twice"];
+    ModelSpec doubled = spec;
+    doubled.fFrequencyWeight = -1;
+    for (const Distribution distribution : {Distribution::kPoisson, Distribution::kNegativeBinomial}) {
+        const TargetSpec target = Target(distribution, Link::kLog);
+        const FitResult weighted = FitGlmm(spec, target, data.View(spec)).fFit;
+        const RecordView view = data.View(spec);
+        std::vector<double> rows;
+        for (std::size_t i = 0; i < 2 * view.fCount; ++i)
+            rows.insert(rows.end(), view.Row(i / 2), view.Row(i / 2) + view.fStride);
+        ExpectSame(weighted, FitGlmm(doubled, target, {rows.data(), 2 * view.fCount, view.fStride}).fFit, 1e-6);
+    }
+}
+
+TEST(GlmmBehaviour, SeparationIsSaid) {
+    CsvRecords data = ReadData("separation", {"arm", "g"});
+    ModelSpec spec = Spec(data, data["y"], {Factor(data["arm"]), Covariate(data["x"])});
+    AddIntercept(spec, data["g"]);
+    TargetSpec target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fCategories = 2;
+    const FitResult quasi = FitGlmm(spec, target, data.View(spec)).fFit;
+    EXPECT_EQ(quasi.fStatus.fCode, 130045);
+    EXPECT_EQ(quasi.fStatus.fSeverity, Severity::kWarning);
+
+    for (std::size_t i = 0; i < data.Count(); ++i)
+        data.At(i, "y") = data.At(i, "arm");
+    EXPECT_EQ(FitGlmm(spec, target, data.View(spec)).fFit.fStatus.fCode, 130044);
+}
+
+TEST(GlmmBehaviour, RefusesWhatTheTargetCannotBe) {
+    CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
+    ModelSpec spec = Seizures(data);
+    AddIntercept(spec, data["subject"]);
+    const auto refusal = [&](const TargetSpec& target) {
+        const FitResult fit = FitGlmm(spec, target, data.View(spec)).fFit;
+        EXPECT_TRUE(fit.fStatus.IsError());
+        return fit.fStatus.fDetail;
+    };
+    const auto has = [](const std::string& text, const char* part) { return text.find(part) != std::string::npos; };
+    TargetSpec target = Target(Distribution::kPoisson, Link::kLogit);
+    target.fName = "seizures";
+    EXPECT_TRUE(has(refusal(target), "logit"));
+    target = Target(Distribution::kGamma, Link::kLog);
+    target.fName = "seizures";
+    EXPECT_TRUE(has(refusal(target), "seizures is not above zero in record"));
+    target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fTrialsValue = 3.0;
+    EXPECT_TRUE(has(refusal(target), "more events than trials in record 1."));
+    target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fCategories = 3;
+    std::vector<double> categories(data.Count());
+    for (std::size_t i = 0; i < categories.size(); ++i)
+        categories[i] = static_cast<double>(i % 2 == 0 ? 0 : 2);
+    data.Add("category", categories);
+    spec.fDependent = data["category"];
+    spec.fLevels = data.Levels();
+    EXPECT_TRUE(has(refusal(target), "3 categories instead of two"));
+    target.fDistribution = Distribution::kNominal;
+    EXPECT_TRUE(has(refusal(target), "category 2 of the target"));
+    target.fDistribution = Distribution::kOrdinal;
+    spec.fResidual.fSubjects = {data["subject"]};
+    EXPECT_TRUE(has(refusal(target), "no residual structure"));
+    spec = Seizures(data);
+    data.At(4, "y") = 2.5;
+    EXPECT_TRUE(has(refusal(Target(Distribution::kPoisson, Link::kLog)), "not whole"));
+}
+
+// A step that would take a mean out of range is halved, and the solution is the one inside.
+TEST(GlmmBehaviour, IdentityLinkKeepsMeansInRange) {
+    CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
+    ModelSpec spec = Spec(data, data["y"], {Factor(data["trt"])});
+    AddIntercept(spec, data["subject"]);
+    const GlmmResult result = FitGlmm(spec, Target(Distribution::kPoisson, Link::kIdentity), data.View(spec));
+    ASSERT_TRUE(result.fFit.HasEstimates()) << result.fFit.fStatus.fDetail;
+    EXPECT_TRUE(std::all_of(result.fFitted.begin(), result.fFitted.end(), [](double mean) { return mean > 0.0; }));
+}
+
+TEST(GlmmBehaviour, PredictionsAreOnTheScaleOfTheTarget) {
+    CsvRecords data = ReadData("wine", {"rating", "temp", "contact", "judge"});
+    ModelSpec spec = Spec(data, data["rating"], {Factor(data["temp"]), Factor(data["contact"])});
+    AddIntercept(spec, data["judge"]);
+    const RecordView view = data.View(spec);
+    for (const Distribution distribution : {Distribution::kOrdinal, Distribution::kNominal}) {
+        TargetSpec target = Target(distribution, Link::kLogit);
+        target.fCategories = 5;
+        if (distribution == Distribution::kNominal) spec.fFixed.clear();
+        const GlmmResult result = FitGlmm(spec, target, view);
+        ASSERT_NE(result.fModel, nullptr) << result.fFit.fStatus.fDetail;
+        const double* record = view.Row(7);
+        const TargetPrediction whole = result.fModel->Predict(result.fFit, record, true);
+        double sum = 0.0;
+        for (double share : whole.fProbabilities)
+            sum += share;
+        EXPECT_NEAR(sum, 1.0, 1e-9);
+        EXPECT_EQ(whole.fValue, result.fFitted[7] + 1.0);
+        EXPECT_GT(whole.fStdError, 0.0);
+        EXPECT_LT(whole.fStdError, 0.5);
+        const double observed = whole.fProbabilities[static_cast<std::size_t>(record[spec.fDependent])];
+        EXPECT_EQ(result.fModel->Residual(record, whole), 1.0 - observed);
+    }
+
+    CsvRecords cbpp = ReadData("cbpp", {"herd", "period"});
+    spec = Spec(cbpp, cbpp["incidence"], {Factor(cbpp["period"])});
+    AddIntercept(spec, cbpp["herd"]);
+    TargetSpec target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fTrials = cbpp["size"];
+    const RecordView herds = cbpp.View(spec);
+    const GlmmResult result = FitGlmm(spec, target, herds);
+    const double* record = herds.Row(3);
+    const TargetPrediction fixed = result.fModel->Predict(result.fFit, record, false);
+    const ContrastResult linear = result.fFit.Contrast(result.fFit.FixedRow(record));
+    const double mean = 1.0 / (1.0 + std::exp(-linear.fEstimate));
+    const double size = record[cbpp["size"]];
+    EXPECT_NEAR(fixed.fValue, size * mean, 1e-10);
+    EXPECT_NEAR(fixed.fStdError, size * mean * (1.0 - mean) * linear.fStdError, 1e-10);
+    EXPECT_NEAR(result.fModel->Predict(result.fFit, record, true).fValue, result.fFitted[3], 1e-6);
+}
+
+TEST(GlmmBehaviour, HistoryAndThreadsAreReproducible) {
+    CsvRecords data = ReadData("toenail", {"patientID", "treatment"});
+    ModelSpec spec = Spec(data, data["y"], {Covariate(data["time"])});
+    AddIntercept(spec, data["patientID"]);
+    TargetSpec target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fCategories = 2;
+    const FitResult one = FitGlmm(spec, target, data.View(spec)).fFit;
+    spec.fThreads = 4;
+    const FitResult four = FitGlmm(spec, target, data.View(spec)).fFit;
+    ASSERT_EQ(one.fHistory.size(), four.fHistory.size());
+    EXPECT_GE(one.fHistory.size(), 4U);
+    EXPECT_EQ(one.fHistory.back().fObjective, four.fHistory.back().fObjective);
+    EXPECT_LT(one.fHistory.back().fMaxChange, 1e-6);
+    EXPECT_EQ(one.fFixed[1].fEstimate, four.fFixed[1].fEstimate);
+}
+
+}  // namespace
+}  // namespace engine::testing
