@@ -135,7 +135,8 @@ void MeansResults::AddFigures(const std::vector<run::CustomTest>& tests, const N
         }
     }
     for (std::size_t i = 0; i < fTests.size(); ++i) {
-        figures.fCustomTests.push_back(MakeFigures(fTests[i], tests[i].fLabel));
+        const std::string& label = tests[i].fLabel;
+        figures.fCustomTests.push_back(MakeFigures(fTests[i], label.empty() ? std::to_string(i + 1) : label));
         if (fTests[i].fProblem.empty()) continue;
         figures.fMessages.push_back({"warning", 0,
                                      "Custom test " + std::to_string(i + 1) +
