@@ -23,7 +23,7 @@ constexpr long kNearsZero = 130044;
 constexpr long kSeparation = 130045;
 constexpr long kIterationLimit = 230036;
 
-constexpr double kSettled = 1e-9;     // relative change of predictors and parameters that ends the outer iteration
+constexpr double kSettled = 1e-7;     // relative change of predictors and parameters that ends the outer iteration
 constexpr double kGlmSettled = 1e-4;  // the same of the starting fit
 constexpr int kGlmIterations = 12;
 constexpr int kUndamped = 6;   // outer iterations before damping is thought of
@@ -98,12 +98,16 @@ private:
     FitStatus Iterate() {
         double damping = 1.0;
         double before = 0.0;
+        Eigen::VectorXd last;
         for (int iteration = 1; iteration <= fSpec.fMaxIterations; ++iteration) {
             const Eigen::VectorXd theta = iteration > 1 ? fFit.Theta() : Eigen::VectorXd();
             if (const FitStatus status = fFit.Solve(fModel->Data()); status.IsError()) return status;
             const Eigen::VectorXd aim = PredictFrom(fFit, *fModel, fCrew);
             Eigen::Index fastest = 0;
-            const double drift = (aim - fEta).cwiseAbs().maxCoeff(&fastest);
+            Eigen::VectorXd move = aim - fEta;
+            const double drift = move.cwiseAbs().maxCoeff(&fastest);
+            const bool alternates = last.size() > 0 && move.dot(last) < 0.0;
+            last = std::move(move);
             IterationRecord record;
             record.fDamping = damping;
             const double change = Move(aim, damping, &record.fHalvings);
@@ -116,7 +120,8 @@ private:
             }
             if (change <= kSettled && ThetaSettled(theta)) return Fine();
             if (iteration > kBeforeSeparation && drift > kRunsAway && AtEdge(fastest)) return Separated();
-            if (iteration > kUndamped && change > kSlow * before) damping = std::max(kLeastDamping, 0.5 * damping);
+            if (iteration > kUndamped && alternates && change > kSlow * before)
+                damping = std::max(kLeastDamping, 0.5 * damping);
             before = change / damping;
             if (IsCancelled(fSpec)) return {kStopped, Severity::kError, {}};
         }
@@ -142,7 +147,7 @@ private:
         if (before.size() == 0) return fFit.Outcome().fTheta.size() == 0;
         const Eigen::VectorXd now = fFit.Theta();
         for (Eigen::Index k = 0; k < now.size(); ++k) {
-            if (std::abs(now[k] - before[k]) > 10.0 * kSettled * (std::abs(before[k]) + 1e-6)) return false;
+            if (std::abs(now[k] - before[k]) > kSettled * (std::abs(before[k]) + 1e-6)) return false;
         }
         return true;
     }
