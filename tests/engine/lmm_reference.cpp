@@ -253,7 +253,7 @@ TEST(LmmReference, OneSubjectInThePlane) {
     spec.fFixed = {Factors(data, {"variety"})};
     spec.fResidual.fSpatial = {data["latitude"], data["longitude"]};
     int index = 0;
-    for (Type type : {Type::kSPEXP, Type::kSPPOW, Type::kSPGAU}) {
+    for (Type type : {Type::kSPEXP, Type::kSPPOW, Type::kSPGAU, Type::kSPSPH}) {
         spec.fResidual.fType = type;
         ExpectReference(FitLmm(spec, data.View(spec)), "wheat_" + std::to_string(index++));
     }

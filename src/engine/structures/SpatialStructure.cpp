@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kLeastRange = 1e-60;  // stands for a range of 0, where quotients by it would overflow
 constexpr Eigen::Index kStripColumns = 64;
-constexpr int kGridPoints = 8;
+constexpr int kGridPoints = 32;
 constexpr double kGridReach = 4.0;   // greatest range of the grid, in greatest distances
 constexpr double kStartShare = 0.5;  // starting range between the least (0) and the greatest (1) distance, in logs
 
