@@ -1,6 +1,8 @@
 #include "app/CallBack.h"
 
+#include "command/SyntaxObjects.h"
 #include "host/documents/SourceMetaData.h"
+#include "host/strings/Catalogue.h"
 #include "results/HRFTProcCustom.h"
 
 #include <memory>
@@ -37,6 +39,29 @@ void CallBack(run::RunValue& run, host::OutputDocument& document, ProcedureDataS
         ShowSplit(result, document, source, metaData);
     }
     document.SetHalf(output::Half::kBoth);
+}
+
+namespace {
+
+struct FirstMessage : output::Visitor {
+    void Show(const output::Message& message) override {
+        if (fText.empty()) fText = message.fpText->Show(host::Catalogue::Current());
+    }
+    std::string fText;
+};
+
+}  // namespace
+
+std::string RefusedSyntax(const command::CommandTree& tree) {
+    host::OutputDocument document("Mixed Model Analysis");
+    const host::OutputScope scope(document);
+    const std::unique_ptr<HRFTProcCustom> custom(GetCFProcCustom());
+    if (!custom) return {};
+    CFProcCustom& called = *custom;
+    if (called.ProcessSyntax(command::MakeCommandSpec(tree).get(), command::MakeCommandDescriptor().get())) return {};
+    FirstMessage message;
+    document.Root().Visit(message);
+    return message.fText;
 }
 
 }  // namespace app

@@ -1,5 +1,6 @@
 #include "app/CommandSource.h"
 
+#include "app/CallBack.h"
 #include "app/ExitCode.h"
 #include "app/MeansOptions.h"
 #include "command/CommandParser.h"
@@ -120,8 +121,12 @@ void CommandSource::Apply(const CommandOption& option, const std::string& text) 
         return;
     }
     switch (option.fForm) {
-        case OptionForm::kText:
-            return set(option.fParameter, {command::Item::Text(text, at)});
+        case OptionForm::kText: {
+            const bool end = command::EqualWords(text, "first") || command::EqualWords(text, "last");
+            const bool word = end && std::string_view(option.fParameter) == "REFERENCE";
+            return set(option.fParameter,
+                       {word ? command::Item::Word(command::Upper(text), at) : command::Item::Text(text, at)});
+        }
         case OptionForm::kNames:
             return set(option.fParameter, NameItems(text, ",", option.fFlag));
         case OptionForm::kMeasures: {
@@ -132,12 +137,14 @@ void CommandSource::Apply(const CommandOption& option, const std::string& text) 
             set("SUBJECTS", NameItems(text.substr(bar + 1), ",:*", option.fFlag));
             return set(option.fParameter, NameItems(text.substr(0, bar), ",:*", option.fFlag));
         }
+        case OptionForm::kFamily:
         case OptionForm::kWord:
         case OptionForm::kItems:
             break;
     }
     std::string shown = text;
-    if (option.fForm == OptionForm::kWord)
+    if (option.fForm == OptionForm::kFamily && command::EqualWords(text, "negbin")) shown = "NEGATIVE_BINOMIAL";
+    if (option.fForm == OptionForm::kWord || option.fForm == OptionForm::kFamily)
         for (char& c : shown)
             if (c == '-') c = '_';
     if (!command::SetFromOption(fTree, option.fSubcommand, option.fParameter, shown, option.fFlag, error))
@@ -159,6 +166,8 @@ command::Specification CommandSource::Resolve(const host::Table& table) {
         words.insert(words.begin(), command::Item::Word("SOLUTION"));
         fTree.Get("PRINT").Set("", std::move(words));
     }
+    const std::string refused = RefusedSyntax(fTree);
+    if (!refused.empty()) throw Failure{kWrongUse, (fFile.empty() ? "" : fFile + ": ") + refused};
     std::optional<command::Specification> specification = command::Resolve(fTree, variables, error);
     if (!specification) Refuse(error);
     return std::move(*specification);

@@ -29,6 +29,19 @@ const std::vector<CommandOption>& CommandOptions() {
         {"--spatial", "DATA_STRUCTURE", "SPCOORDS", OptionForm::kNames, "coordinates of a spatial structure: x,y"},
         {"--kronecker", "DATA_STRUCTURE", "KRONECKER_MEASURES", OptionForm::kNames,
          "which repeated measures the second factor of UN_UN, UN_AR1 or UN_CS has"},
+        {"--family", "TARGET_OPTIONS", "DISTRIBUTION", OptionForm::kFamily,
+         "normal, binomial, poisson, gamma, inverse-gaussian, negbin, ordinal or nominal"},
+        {"--link", "TARGET_OPTIONS", "LINK", OptionForm::kItems,
+         "identity, log, logc, logit, probit, cloglog, nloglog, cauchit or power(p)"},
+        {"--trials", "TARGET_OPTIONS", "TRIALS", OptionForm::kItems,
+         "variable or number of trials of a binomial target"},
+        {"--offset", "TARGET_OPTIONS", "OFFSET", OptionForm::kItems, "variable or number that the predictor gains"},
+        {"--target-order", "TARGET_OPTIONS", "ORDER", OptionForm::kWord,
+         "order of the target's categories: ascending or descending"},
+        {"--target-reference", "TARGET_OPTIONS", "REFERENCE", OptionForm::kText,
+         "reference category of the target: first, last or its value"},
+        {"--dispersion", "TARGET_OPTIONS", "DISPERSION", OptionForm::kItems,
+         "fixed dispersion of a negative binomial target"},
         {"--method", "BUILD_OPTIONS", "METHOD", OptionForm::kWord, "reml or ml"},
         {"--df", "BUILD_OPTIONS", "DF_METHOD", OptionForm::kWord, "residual, satterthwaite or kenward-roger"},
         {"--type", "BUILD_OPTIONS", "ANALYSIS_TYPE", OptionForm::kItems, "type of the tests of effects, 1 or 3"},
@@ -78,8 +91,7 @@ public:
         check->add_flag("--quiet", fOptions.fQuiet, "say nothing when the command is right");
 
         CLI::App* describe = AddTask("describe", "Show what a data file holds, as it is understood", Task::kDescribe);
-        describe->add_option("datafile", fOptions.fCommandTexts["--data"], "data file, CSV or TSV with a header line")
-            ->required();
+        describe->add_option("datafile", fOptions.fDataFile, "data file, CSV or TSV with a header line")->required();
     }
 
     std::optional<int> Read(int argc, char** argv) {
@@ -112,9 +124,14 @@ private:
     }
 
     void AddOutputOptions(CLI::App& task) {
-        static const std::map<std::string, Format> formats{{"text", Format::kText}, {"json", Format::kJson}};
-        task.add_option("--format", fOptions.fFormat, "text or json")->transform(CLI::CheckedTransformer(formats));
+        static const std::map<std::string, Format> formats{
+            {"text", Format::kText}, {"json", Format::kJson}, {"html", Format::kHtml}};
+        task.add_option("--format", fOptions.fFormat, "text, json or html")
+            ->transform(CLI::CheckedTransformer(formats));
         task.add_option("-o,--output", fOptions.fOutput, "write the results to this file");
+        task.add_option("--show", fOptions.fShow,
+                        "which half of the output: classic, viewer or all; text shows the viewer's unless told")
+            ->check(CLI::IsMember({"classic", "viewer", "all"}));
         task.add_option("--threads", fOptions.fThreads, "number of threads; all cores unless given")
             ->check(CLI::Range(1, 1024));
         task.add_flag("--quiet", fOptions.fQuiet, "no remarks and no progress");

@@ -16,6 +16,7 @@ enum class OptionForm {
     kItems,    ///< as in the command language
     kWord,     ///< a word of the language, in any case and with - for _
     kText,     ///< as it stands
+    kFamily,   ///< a distribution, by its word or a common short name
     kMeasures  ///< "time | subject": measures and, behind the bar, subjects
 };
 
@@ -33,6 +34,7 @@ const std::vector<CommandOption>& CommandOptions();
 struct Options {
     Task fTask = Task::kFit;
     std::string fFormula;      ///< fit
+    std::string fDataFile;     ///< describe
     std::string fCommandFile;  ///< run, check; "-" is the standard input
     /// Text of each command option that was given, by its flag; --data among them.
     std::map<std::string, std::string> fCommandTexts;

@@ -3,6 +3,7 @@
 #include "app/ExitCode.h"
 #include "app/Terminal.h"
 #include "host/output/FileStore.h"
+#include "report/HtmlRenderer.h"
 #include "report/JsonRenderer.h"
 #include "report/TextRenderer.h"
 
@@ -21,6 +22,8 @@ std::string RenderResults(const Options& options, const run::RunValue& run, cons
     selection.fClassic = options.fShow != "viewer";
     selection.fViewer = options.fShow != "classic";
     if (options.fFormat == Format::kJson) return report::RenderJson(run, document, selection, HIERFIT_VERSION, command);
+    if (options.fFormat == Format::kHtml)
+        return report::RenderHtml(document, selection, {"", command, HIERFIT_VERSION});
     const bool terminal = options.fOutput.empty() && OutputIsTerminal();
     return report::RenderText(document, selection, {OutputWidth(), true, terminal});
 }

@@ -37,6 +37,7 @@ public:
           fpTable(std::move(table)),
           fBlock(command::WriteBlock(specification)),
           fDocument("Mixed Model Analysis") {
+        if (fOptions.fShow.empty()) fOptions.fShow = DefaultHalf(specification);
         command::FillRunValue(specification, fRun);
         fRun.fThreads = options.fThreads;
         fRun.fStop = StopSignal::Asked;
@@ -57,6 +58,12 @@ public:
     }
 
 private:
+    /// A terminal shows the viewer's tables, with the classic ones when some were asked for that only they have.
+    const char* DefaultHalf(const command::Specification& specification) const {
+        const bool classicOnly = specification.fPrint.fCorb || specification.fPrint.fCovb;
+        return fOptions.fFormat == Format::kText && !classicOnly ? "viewer" : "all";
+    }
+
     void Drive() {
         const host::OutputScope output(fDocument);
         const run::Scope run(fRun);
@@ -89,7 +96,7 @@ private:
         });
     }
 
-    const Options& fOptions;
+    Options fOptions;
     std::shared_ptr<host::Table> fpTable;
     command::ParsedBlock fBlock;
     host::OutputDocument fDocument;
@@ -129,7 +136,7 @@ int Check(const Options& options) {
 
 int Describe(const Options& options) {
     command::DataWishes wishes;
-    wishes.fFile = options.fCommandTexts.at("--data");
+    wishes.fFile = options.fDataFile;
     const std::shared_ptr<host::Table> table = OpenTable(wishes);
     std::size_t width = 8;
     for (int i = 0; i < table->VariableCount(); ++i)

@@ -108,6 +108,8 @@ std::vector<FormulaTerm> FormulaExpander::Terms(const FormulaNode& node) const {
     if (node.fText == ":") return Product(node, true);
     if (node.fText == "^") return RaisedTo(node);
     if (node.fText == "%in%") return Nested(node.fvParts[0], Terms(node.fvParts[1]));
+    if (node.fText != "*" && node.fText != "/")
+        throw CommandError{"a random term in parentheses can only be added, as in + (1 | group)", node.fAt};
     TermSum sum;
     for (const FormulaTerm& term : Terms(node.fvParts[0]))
         sum.Add(term);

@@ -53,12 +53,11 @@ struct Target {
     bool fDescending = false;               ///< order of a categorical target's categories
     std::optional<std::string> fReference;  ///< reference category of a binary or nominal target, as text
     ReferenceEnd fReferenceEnd = ReferenceEnd::kDefault;
-    std::optional<double> fDispersion;      ///< negative binomial: fixed dispersion; absent: estimated
+    std::optional<double> fDispersion;  ///< negative binomial: fixed dispersion; absent: estimated
     /// Whether the target's values are categories: binomial without trials, ordinal, nominal.
     bool IsCategorical() const {
         return fDistribution == Distribution::kOrdinal || fDistribution == Distribution::kNominal ||
-               (fDistribution == Distribution::kBinomial && fTrialsVar < 0 && fTrialsValue <= 0.0 &&
-                fNonEventsVar < 0);
+               (fDistribution == Distribution::kBinomial && fTrialsVar < 0 && fTrialsValue <= 0.0 && fNonEventsVar < 0);
     }
 };
 

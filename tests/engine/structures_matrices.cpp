@@ -283,7 +283,7 @@ TEST(StructureStart, IsStrictlyInsideWhateverTheMoments) {
                 EXPECT_TRUE(theta[k] > info.fLower && theta[k] < info.fUpper) << traits.fWord << " " << info.fName;
             }
             if (traits.fNeedsDistances) {
-                EXPECT_EQ(structure->StartGrid(hint).size(), 8u);
+                EXPECT_GE(structure->StartGrid(hint).size(), 8u);
                 for (const VectorXd& point : structure->StartGrid(hint))
                     EXPECT_TRUE(structure->Feasible(point));
                 continue;

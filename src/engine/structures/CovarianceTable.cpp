@@ -108,7 +108,7 @@ constexpr CovarianceTraits OnPairs(CovarianceType type, std::string_view word) {
 using enum CovarianceType;
 
 constexpr Entry kEntries[] = {
-    {OnPositions(kARMA11, "ARMA11"), BySize<MakeMovingAverageStructure>},
+    {OnPositions(kARH1, "ARH1"), Heterogeneous<kARH1, MakeAutoregressive>},
     {OnPositions(kAD1, "AD1"), Heterogeneous<kAD1, MakeAntedependence>},
     {OnPositions(kCS, "CS"), BySize<MakeCompoundSymmetry>},
     {OnPositions(kDIAG, "DIAG"), VariancePerPosition},
@@ -117,7 +117,7 @@ constexpr Entry kEntries[] = {
     {OnPositions(kUN, "UN"), AllFree},
     {OnPositions(kVC, "VC"), VariancePerEffect},
     {OnPositions(kAR1, "AR1"), Common<kAR1, MakeAutoregressive>},
-    {OnPositions(kARH1, "ARH1"), Heterogeneous<kARH1, MakeAutoregressive>},
+    {OnPositions(kARMA11, "ARMA11"), BySize<MakeMovingAverageStructure>},
     {OnPositions(kCSH, "CSH"), Heterogeneous<kCSH, MakeEqualCorrelation>},
     {OnPositions(kCSR, "CSR"), Common<kCSR, MakeEqualCorrelation>},
     {OnPositions(kFA1, "FA1"), OneFactor<false>},

@@ -24,21 +24,21 @@ enum class ParamKind { kVariance, kCovariance, kCorrelation, kLoading, kRange, k
 
 /// What is known of one parameter before any data.
 struct ParamInfo {
-    std::string fName;       ///< the field's standard term: "Variance", "UN(2,1)", "AR1 rho"
-    ParamKind fKind;         ///< decides the scale on which confidence limits are computed
-    double fLower;           ///< closed bound, -infinity if none
-    double fUpper;           ///< closed bound, +infinity if none
-    bool fFixed = false;     ///< held at its starting value and reported as redundant: a Kronecker second factor's UN(1,1), and
-                             ///< what one position can't tell, as a correlation
+    std::string fName;    ///< the field's standard term: "Variance", "UN(2,1)", "AR1 rho"
+    ParamKind fKind;      ///< decides the scale on which confidence limits are computed
+    double fLower;        ///< closed bound, -infinity if none
+    double fUpper;        ///< closed bound, +infinity if none
+    bool fFixed = false;  ///< held at its starting value and reported as redundant: a Kronecker second factor's
+                          ///< UN(1,1), and what one position can't tell, as a correlation
     bool fSecondFactor = false;  ///< Kronecker: belongs to the second factor
 };
 
 /// What starting values may be taken from.
 struct StartHint {
-    double fVariance = 1.0;        ///< the variance to be explained by this structure, above 0
-    Eigen::MatrixXd fMoments;      ///< pooled moment estimate of the matrix, dimension square, or 0 x 0 if none
-    double fMinDistance = 0.0;     ///< spatial: least distance above 0
-    double fMaxDistance = 0.0;     ///< spatial: greatest distance
+    double fVariance = 1.0;     ///< the variance to be explained by this structure, above 0
+    Eigen::MatrixXd fMoments;   ///< pooled moment estimate of the matrix, dimension square, or 0 x 0 if none
+    double fMinDistance = 0.0;  ///< spatial: least distance above 0
+    double fMaxDistance = 0.0;  ///< spatial: greatest distance
 };
 
 /// A parametric family of covariance matrices with analytic derivatives.
@@ -74,7 +74,8 @@ public:
     virtual void First(const Eigen::VectorXd& theta, const Places& places, int k, Eigen::MatrixXd& out) const = 0;
 
     /// Its second derivative in parameters k and l. False, with out untouched, when it is zero everywhere.
-    virtual bool Second(const Eigen::VectorXd& theta, const Places& places, int k, int l, Eigen::MatrixXd& out) const = 0;
+    virtual bool Second(const Eigen::VectorXd& theta, const Places& places, int k, int l,
+                        Eigen::MatrixXd& out) const = 0;
 
     /// True when the matrix is linear in the parameters: Second is false for every pair.
     virtual bool IsLinear() const = 0;
@@ -93,10 +94,32 @@ public:
 
 /// The engine's covariance type numbers (what the settings' covariance type holds) and the structures behind them.
 enum class CovarianceType {
-    kARH1 = 0, kAD1 = 1, kCS = 2, kDIAG = 3, kID = 4, kTP = 5, kUN = 7, kVC = 8, kAR1 = 9, kARMA11 = 10,
-    kCSH = 11, kCSR = 12, kFA1 = 13, kHF = 14, kTPH = 15, kUNR = 16, kFAH1 = 17,
-    kSPPOW = 18, kSPEXP = 19, kSPGAU = 20, kSPLIN = 21, kSPLINLOG = 22, kSPSPH = 23,
-    kUN_UN = 24, kUN_AR1 = 25, kUN_CS = 26
+    kARH1 = 0,
+    kAD1 = 1,
+    kCS = 2,
+    kDIAG = 3,
+    kID = 4,
+    kTP = 5,
+    kUN = 7,
+    kVC = 8,
+    kAR1 = 9,
+    kARMA11 = 10,
+    kCSH = 11,
+    kCSR = 12,
+    kFA1 = 13,
+    kHF = 14,
+    kTPH = 15,
+    kUNR = 16,
+    kFAH1 = 17,
+    kSPPOW = 18,
+    kSPEXP = 19,
+    kSPGAU = 20,
+    kSPLIN = 21,
+    kSPLINLOG = 22,
+    kSPSPH = 23,
+    kUN_UN = 24,
+    kUN_AR1 = 25,
+    kUN_CS = 26
 };
 
 /// Where a type may be used, and what it needs.
@@ -120,11 +143,12 @@ std::string_view CovarianceWord(CovarianceType type);
 
 /// What a structure is built for.
 struct StructureShape {
-    int fDimension = 1;                 ///< columns or levels; Kronecker: of the first factor
-    int fSecondDimension = 1;           ///< Kronecker: of the second factor
-    std::vector<int> fEffectColumns;    ///< random VC: number of columns of each effect, in order, adding up to fDimension
-    int fSpaceDimension = 0;            ///< spatial: number of coordinates
-    bool fFixedVariance = false;        ///< ID only: the variance is held where it starts
+    int fDimension = 1;        ///< columns or levels; Kronecker: of the first factor
+    int fSecondDimension = 1;  ///< Kronecker: of the second factor
+    std::vector<int>
+        fEffectColumns;           ///< random VC: number of columns of each effect, in order, adding up to fDimension
+    int fSpaceDimension = 0;      ///< spatial: number of coordinates
+    bool fFixedVariance = false;  ///< ID only: the variance is held where it starts
 };
 
 /// Why a spatial type is not valid for the places, as a sentence that says what to do; empty when it is, and for other
