@@ -42,6 +42,8 @@ void WriteResults(const std::string& file, const std::string& text) {
     if (file.empty()) {
         const bool written =
             std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+        // A reader that has seen enough and closes the pipe is no error.
+        if (!written && errno == EPIPE) return;
         if (!written) throw Failure{kFileError, std::string("the results can't be written: ") + std::strerror(errno)};
         return;
     }

@@ -152,7 +152,7 @@ std::vector<FormulaTerm> FormulaExpander::Nested(const FormulaNode& outer,
                     throw CommandError{"nothing can be nested in the covariate " + fVariables[variable].fName,
                                        outer.fAt};
                 for (auto& own : term.fvGroups)
-                    std::erase_if(own, [&](const auto& power) { return power.first == variable; });
+                    std::erase_if(own, [name = variable](const auto& power) { return power.first == name; });
             }
         std::erase_if(term.fvGroups, [](const auto& group) { return group.empty(); });
         term.fvGroups.insert(term.fvGroups.end(), all.fvGroups.begin(), all.fvGroups.end());
