@@ -520,6 +520,11 @@ private:
         }
     }
 
+    /// Whether a parameter is the residual variance of a target whose scale is 1.
+    bool IsUnitScale(const CovarianceParameter& parameter) const {
+        return parameter.fBlock < 0 && parameter.fRedundant && fSpec.fResidual.fUnitScale;
+    }
+
     /// Message keys that the viewer tests for, each by the condition that it tells of.
     std::vector<std::string> MessageKeys() const {
         std::vector<std::string> keys;
@@ -533,8 +538,12 @@ private:
             if (allAtZero || (!random && !hasSubjects)) keys.emplace_back("kGLMM_C8");
             if (!fFit.fStatus.IsOk() && fFit.fStatus.fCode == 230036) keys.emplace_back("kGLMM_C10");
             const bool redundant = std::any_of(fFit.fCovariance.begin(), fFit.fCovariance.end(), [this](const auto& p) {
-                return p.fRedundant && fSpec.fResidual.fSecondMeasures.empty();
+                return p.fRedundant && fSpec.fResidual.fSecondMeasures.empty() && !IsUnitScale(p);
             });
+            if (std::any_of(fFit.fCovariance.begin(), fFit.fCovariance.end(),
+                            [this](const auto& p) { return IsUnitScale(p); })) {
+                keys.emplace_back("kGLMM_C23");
+            }
             if (redundant) keys.emplace_back("kGLMM_C28");
             for (std::string& key : fMeans.MessageKeys())
                 keys.push_back(std::move(key));
