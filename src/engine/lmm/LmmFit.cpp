@@ -281,12 +281,16 @@ SolverOutcome SolveFromStarts(const FittedModel& model, const Eigen::VectorXd& g
         const Evaluation at = model.fObjective->Value(starts[i], ThetaScale::kReported);
         if (at.fFeasible) heights[i] = ScaleBest(model, at, &starts[i]);
     }
+    const auto lowestStart =
+        static_cast<std::size_t>(std::min_element(heights.begin(), heights.end()) - heights.begin());
     std::vector<std::pair<double, int>> order;
     for (std::size_t i = 0; i < starts.size(); ++i) {
-        // The first start stands outside the grid.
-        const bool falls = i < 2 || heights[i] <= heights[i - 1];
-        const bool rises = i == 0 || i + 1 == starts.size() || heights[i] <= heights[i + 1];
-        if (std::isfinite(heights[i]) && falls && rises) order.emplace_back(heights[i], static_cast<int>(i));
+        // The first start stands outside the grid, whose plateaus and ends are no valleys unless nothing lies lower.
+        const bool falls = i >= 2 && heights[i] < heights[i - 1];
+        const bool rises = i >= 2 && i + 1 < starts.size() && heights[i] < heights[i + 1];
+        const bool lowest = i == lowestStart;
+        if (std::isfinite(heights[i]) && (lowest || (falls && rises)))
+            order.emplace_back(heights[i], static_cast<int>(i));
     }
     std::sort(order.begin(), order.end());
     SolverOutcome best;

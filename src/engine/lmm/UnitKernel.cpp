@@ -9,6 +9,9 @@ namespace engine {
 
 namespace {
 
+constexpr int kLarge = 128;           // order from which a product of matrices is worth avoiding
+constexpr double kSameScale = 4e-16;  // rounding, relative to the largest entry
+
 Places AllPositions(int dimension) {
     Places places;
     places.fPositions.resize(dimension);
@@ -191,7 +194,23 @@ void UnitKernel::BuildDirections(const Unit& unit) {
         fSolved.resize(fNumDirections);
     }
     for (int k = 0; k < fNumDirections; ++k)
-        Multiply(fInverse, fDirections[k].fMatrix, fScaled[k]);
+        ScaleDirection(unit, k);
+}
+
+// V^-1 V_k. In a large unit without random effects the scale's own direction is V / s2, and the product is known.
+void UnitKernel::ScaleDirection(const Unit& unit, int k) {
+    const Direction& direction = fDirections[k];
+    if (unit.fOrder >= kLarge && unit.fSlots.empty() && unit.fPieces.size() == 1) {
+        const ThetaState::Part& part = fState[unit.fPieces[0].fSegment];
+        const double scale = part.fTheta[direction.fParam - part.fOffset];
+        part.fStructure->Matrix(part.fTheta, unit.fPieces[0].fPlaces, fSmall);
+        const double largest = fSmall.diagonal().maxCoeff();
+        if (scale > 0.0 && (scale * direction.fMatrix - fSmall).cwiseAbs().maxCoeff() <= kSameScale * largest) {
+            fScaled[k] = Eigen::MatrixXd::Identity(unit.fOrder, unit.fOrder) / scale;
+            return;
+        }
+    }
+    Multiply(fInverse, direction.fMatrix, fScaled[k]);
 }
 
 // [X r] of all members becomes [r XH], or its product sums.

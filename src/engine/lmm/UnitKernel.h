@@ -75,6 +75,7 @@ private:
     bool Factor(const Unit& unit);
     void BuildDirections(const Unit& unit);
     void Direct(const Unit& unit, int segment, const ThetaState::Part& part);
+    void ScaleDirection(const Unit& unit, int k);
     void RotateData(const Unit& unit, const Eigen::MatrixXd& basis);
     void AddRows(const Unit& unit, DerivativeSums* sums);
     void AddGram(const Unit& unit, DerivativeSums* sums);

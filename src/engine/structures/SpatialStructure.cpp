@@ -12,7 +12,8 @@ namespace {
 
 constexpr double kLeastRange = 1e-60;  // stands for a range of 0, where quotients by it would overflow
 constexpr Eigen::Index kStripColumns = 64;
-constexpr int kGridPoints = 32;
+constexpr int kCoarseGrid = 8;       // a smooth law has few valleys
+constexpr int kFineGrid = 32;        // one with kinks has many
 constexpr double kGridReach = 4.0;   // greatest range of the grid, in greatest distances
 constexpr double kStartShare = 0.5;  // starting range between the least (0) and the greatest (1) distance, in logs
 
@@ -32,11 +33,11 @@ struct DistanceRange {
     }
 
     /// A geometric sequence of ranges from just beyond the least distance.
-    std::vector<double> Grid() const {
+    std::vector<double> Grid(int points) const {
         const double from = std::log(1.25 * fLeast), to = std::log(kGridReach * fGreatest);
         std::vector<double> ranges;
-        for (int i = 0; i < kGridPoints; ++i)
-            ranges.push_back(std::exp(from + (to - from) * i / (kGridPoints - 1)));
+        for (int i = 0; i < points; ++i)
+            ranges.push_back(std::exp(from + (to - from) * i / (points - 1)));
         return ranges;
     }
 };
@@ -90,7 +91,7 @@ public:
     }
     std::vector<Eigen::VectorXd> Grid(const StartHint& hint) const override {
         std::vector<Eigen::VectorXd> points;
-        for (const double range : DistanceRange(hint).Grid()) {
+        for (const double range : DistanceRange(hint).Grid(Law::kGridPoints)) {
             points.push_back(Eigen::VectorXd::Constant(1, Law::FromRange(range)));
         }
         return points;
@@ -111,6 +112,7 @@ ParamInfo SlopeInfo(const std::string& name) {
 }
 
 struct ExponentialLaw {
+    static constexpr int kGridPoints = kCoarseGrid;
     static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return RangeInfo("SPEXP range"); }
     static double FromRange(double range) { return 0.5 * range; }  // exp(-2) there
@@ -126,6 +128,7 @@ struct ExponentialLaw {
 };
 
 struct PowerLaw {
+    static constexpr int kGridPoints = kCoarseGrid;
     static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return CorrelationInfo("SPPOW rho", 0.0, 1.0); }
     static double FromRange(double range) { return std::exp(-1.0 / ExponentialLaw::FromRange(range)); }
@@ -149,6 +152,7 @@ private:
 };
 
 struct GaussianLaw {
+    static constexpr int kGridPoints = kCoarseGrid;
     static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return RangeInfo("SPGAU range"); }
     static double FromRange(double range) { return range / 1.5; }  // exp(-2.25) there
@@ -166,6 +170,7 @@ struct GaussianLaw {
 };
 
 struct LinearLaw {
+    static constexpr int kGridPoints = kFineGrid;
     static constexpr bool kPiecewiseLinear = true;
     static ParamInfo Info() { return SlopeInfo("SPLIN rho"); }
     static double FromRange(double range) { return 1.0 / range; }
@@ -174,6 +179,7 @@ struct LinearLaw {
 };
 
 struct LinearLogLaw {
+    static constexpr int kGridPoints = kFineGrid;
     static constexpr bool kPiecewiseLinear = true;
     static ParamInfo Info() { return SlopeInfo("SPLINLOG rho"); }
     static double FromRange(double range) { return 1.0 / std::log(std::max(range, kLeastReach)); }
@@ -197,6 +203,7 @@ private:
 };
 
 struct SphericalLaw {
+    static constexpr int kGridPoints = kFineGrid;
     static constexpr bool kPiecewiseLinear = false;
     static ParamInfo Info() { return RangeInfo("SPSPH range"); }
     static double FromRange(double range) { return range; }
