@@ -26,7 +26,9 @@ std::string Class(const std::string& name, const Label& label) {
 class HtmlTableWriter {
 public:
     explicit HtmlTableWriter(const Layout& layout)
-        : fLayout(layout), fStub(static_cast<int>(layout.fvStubTitles.size())), fBehind(layout.fColumns, 0) {
+        : fLayout(layout),
+          fHeadingColumns(static_cast<int>(layout.fvHeadingTitles.size())),
+          fBehind(layout.fColumns, 0) {
         for (const auto& row : layout.fvRows) {
             for (std::size_t c = 0; c < row.fvCells.size(); ++c) {
                 // A missing figure is a lone point and asks for no room behind it.
@@ -55,7 +57,7 @@ private:
     bool HasHead() const {
         const auto titled = [](const Label& title) { return !title.fText.empty(); };
         return !fLayout.fvHeader.empty() ||
-               std::any_of(fLayout.fvStubTitles.begin(), fLayout.fvStubTitles.end(), titled);
+               std::any_of(fLayout.fvHeadingTitles.begin(), fLayout.fvHeadingTitles.end(), titled);
     }
 
     void WriteHead() {
@@ -65,18 +67,18 @@ private:
         fOut += "<thead>\n";
         for (int row = 0; row < rows; ++row) {
             fOut += "<tr>";
-            if (row == 0) WriteStubTitles(rows);
+            if (row == 0) WriteHeadingTitles(rows);
             if (!fLayout.fvHeader.empty()) WriteHeaderRow(row, taken);
             fOut += "</tr>\n";
         }
         fOut += "</thead>\n";
     }
 
-    void WriteStubTitles(int rows) {
-        for (const auto& title : fLayout.fvStubTitles) {
+    void WriteHeadingTitles(int rows) {
+        for (const auto& title : fLayout.fvHeadingTitles) {
             const char* tag = title.fText.empty() ? "td" : "th";
             const char* scope = title.fText.empty() ? "" : " scope=\"col\"";
-            fOut += fmt::format("<{0}{1}{2}{3}>{4}</{0}>", tag, scope, Span("rowspan", rows), Class("stub", title),
+            fOut += fmt::format("<{0}{1}{2}{3}>{4}</{0}>", tag, scope, Span("rowspan", rows), Class("rowhead", title),
                                 HtmlLabel(title));
         }
         if (fLayout.fvHeader.empty() && fLayout.fColumns > 0) {
@@ -111,12 +113,12 @@ private:
         bool inGroup = false;
         for (std::size_t r = 0; r < fLayout.fvRows.size(); ++r) {
             const Row& row = fLayout.fvRows[r];
-            // With one stub column a group is a body of its own, which its header spans by its scope.
-            const bool outer = fStub == 1 && row.fvStub[0].fRows > 0 && row.fvStub[0].fIndent == 0;
+            // With one column of row headings a group is a body of its own, which its header spans by its scope.
+            const bool outer = fHeadingColumns == 1 && row.fvHeadings[0].fRows > 0 && row.fvHeadings[0].fIndent == 0;
             if (outer && r > 0 && (row.fGroup || inGroup)) fOut += "</tbody>\n<tbody>\n";
             if (outer) inGroup = row.fGroup;
             fOut += row.fGroup ? "<tr class=\"group\">" : "<tr>";
-            WriteStub(row);
+            WriteRowHeadings(row);
             for (std::size_t c = 0; c < row.fvCells.size(); ++c)
                 WriteCell(row.fvCells[c], c);
             fOut += "</tr>\n";
@@ -124,16 +126,17 @@ private:
         fOut += "</tbody>\n";
     }
 
-    void WriteStub(const Row& row) {
+    void WriteRowHeadings(const Row& row) {
         const int last = LastLabel(row);
-        for (int s = 0; s < fStub; ++s) {
-            const StubCell& cell = row.fvStub[s];
+        for (int s = 0; s < fHeadingColumns; ++s) {
+            const RowHeading& cell = row.fvHeadings[s];
             if (cell.fRows == 0) continue;
             const std::string indent =
                 Class(cell.fIndent > 0 ? fmt::format("i{}", std::min(cell.fIndent, 4)) : std::string(), cell.fLabel);
             if (row.fGroup && s == last) {
-                fOut += fmt::format("<th scope=\"{}\"{}{}>{}</th>", fStub == 1 ? "rowgroup" : "row",
-                                    Span("colspan", fStub - s + fLayout.fColumns), indent, HtmlLabel(cell.fLabel));
+                fOut += fmt::format("<th scope=\"{}\"{}{}>{}</th>", fHeadingColumns == 1 ? "rowgroup" : "row",
+                                    Span("colspan", fHeadingColumns - s + fLayout.fColumns), indent,
+                                    HtmlLabel(cell.fLabel));
             } else {
                 fOut += fmt::format("<th scope=\"row\"{}{}>{}</th>", Span("rowspan", cell.fRows), indent,
                                     HtmlLabel(cell.fLabel));
@@ -143,8 +146,8 @@ private:
 
     static int LastLabel(const Row& row) {
         int last = -1;
-        for (std::size_t s = 0; s < row.fvStub.size(); ++s) {
-            if (row.fvStub[s].fRows > 0) last = static_cast<int>(s);
+        for (std::size_t s = 0; s < row.fvHeadings.size(); ++s) {
+            if (row.fvHeadings[s].fRows > 0) last = static_cast<int>(s);
         }
         return last;
     }
@@ -180,7 +183,7 @@ private:
     }
 
     const Layout& fLayout;
-    int fStub;
+    int fHeadingColumns;
     std::vector<int> fBehind;
     std::string fOut;
 };

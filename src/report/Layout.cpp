@@ -61,7 +61,7 @@ public:
         fLayout.fMinDataColumnWidth = fTable.fMinDataColumnWidth;
         for (const auto& note : fTable.fvNotes)
             fLayout.fvNotes.push_back(Shown(note));
-        BuildStubTitles();
+        BuildHeadingTitles();
         BuildHeader();
         BuildRows();
         if (fTable.fpCaption) fLayout.fvCaption = Lines(Shown(fTable.fpCaption));
@@ -149,31 +149,31 @@ private:
         return true;
     }
 
-    void BuildStubTitles() {
+    void BuildHeadingTitles() {
         for (const Dimension* dimension : fRowDimensions) {
             const auto shows = [](const auto& member) { return member->AsGroup() && member->AsGroup()->fShow; };
             const bool groups = std::any_of(dimension->fvMembers.begin(), dimension->fvMembers.end(), shows);
-            if (!dimension->fHideTitle || !dimension->fHideLabels || groups) fStubDimensions.push_back(dimension);
+            if (!dimension->fHideTitle || !dimension->fHideLabels || groups) fHeadingDimensions.push_back(dimension);
         }
-        for (const Dimension* dimension : fStubDimensions) {
-            fLayout.fvStubTitles.push_back({dimension->fHideTitle ? std::string() : Shown(dimension->fpText), {}});
+        for (const Dimension* dimension : fHeadingDimensions) {
+            fLayout.fvHeadingTitles.push_back({dimension->fHideTitle ? std::string() : Shown(dimension->fpText), {}});
         }
     }
 
-    /// The category of an entry in a dimension of the stub.
-    const Category* InStub(const std::vector<const Category*>& entry, std::size_t stub) const {
-        const auto at = std::find(fRowDimensions.begin(), fRowDimensions.end(), fStubDimensions[stub]);
+    /// The category of an entry in a dimension of the row headings.
+    const Category* InHeading(const std::vector<const Category*>& entry, std::size_t heading) const {
+        const auto at = std::find(fRowDimensions.begin(), fRowDimensions.end(), fHeadingDimensions[heading]);
         return entry[static_cast<std::size_t>(at - fRowDimensions.begin())];
     }
 
     void BuildRows() {
         const std::vector<const Category*>* before = nullptr;
-        fOpen.assign(fStubDimensions.size(), nullptr);
+        fOpen.assign(fHeadingDimensions.size(), nullptr);
         for (const auto& entry : fRows) {
             AddGroupLines(entry, before);
             Row row;
-            row.fvStub = NewStub();
-            for (std::size_t s = 0; s < fStubDimensions.size(); ++s)
+            row.fvHeadings = NewHeadings();
+            for (std::size_t s = 0; s < fHeadingDimensions.size(); ++s)
                 OpenLabel(row, s, entry);
             for (const auto& column : fColumns)
                 row.fvCells.push_back(MakeCell(entry, column));
@@ -182,14 +182,14 @@ private:
         }
     }
 
-    /// Stub cells that all continue the labels above; each label that is still open grows by the row.
-    std::vector<StubCell> NewStub() {
-        std::vector<StubCell> stub(fStubDimensions.size());
-        for (std::size_t s = 0; s < stub.size(); ++s) {
-            stub[s].fRows = 0;
-            if (fOpen[s]) ++fLayout.fvRows[fOpenRow[s]].fvStub[s].fRows;
+    /// Row headings that all continue the labels above; each label that is still open grows by the row.
+    std::vector<RowHeading> NewHeadings() {
+        std::vector<RowHeading> heading(fHeadingDimensions.size());
+        for (std::size_t s = 0; s < heading.size(); ++s) {
+            heading[s].fRows = 0;
+            if (fOpen[s]) ++fLayout.fvRows[fOpenRow[s]].fvHeadings[s].fRows;
         }
-        return stub;
+        return heading;
     }
 
     void Close(std::size_t from) {
@@ -198,17 +198,17 @@ private:
     }
 
     void OpenLabel(Row& row, std::size_t s, const std::vector<const Category*>& entry) {
-        const Category* category = InStub(entry, s);
+        const Category* category = InHeading(entry, s);
         if (fOpen[s] == category) return;
         // A label ends what stands inside of it, too; the rows were counted as if all went on.
         for (std::size_t inner = s; inner < fOpen.size(); ++inner) {
-            if (fOpen[inner]) --fLayout.fvRows[fOpenRow[inner]].fvStub[inner].fRows;
+            if (fOpen[inner]) --fLayout.fvRows[fOpenRow[inner]].fvHeadings[inner].fRows;
         }
         Close(s);
-        StubCell& cell = row.fvStub[s];
+        RowHeading& cell = row.fvHeadings[s];
         cell.fRows = 1;
         cell.fIndent = static_cast<int>(ShownGroups(*category).size());
-        if (!fStubDimensions[s]->fHideLabels) {
+        if (!fHeadingDimensions[s]->fHideLabels) {
             cell.fLabel.fText = Shown(category->fpText);
             cell.fLabel.fMarks = Marks(category->fvNotes);
         }
@@ -219,15 +219,15 @@ private:
     /// A line for every group that begins with this entry.
     void AddGroupLines(const std::vector<const Category*>& entry, const std::vector<const Category*>* before) {
         bool changed = before == nullptr;
-        for (std::size_t s = 0; s < fStubDimensions.size(); ++s) {
-            const Category* category = InStub(entry, s);
+        for (std::size_t s = 0; s < fHeadingDimensions.size(); ++s) {
+            const Category* category = InHeading(entry, s);
             const auto groups = ShownGroups(*category);
-            const auto old = changed ? std::vector<const Group*>() : ShownGroups(*InStub(*before, s));
+            const auto old = changed ? std::vector<const Group*>() : ShownGroups(*InHeading(*before, s));
             for (std::size_t g = 0; g < groups.size(); ++g) {
                 if (g < old.size() && std::equal(groups.begin(), groups.begin() + g + 1, old.begin())) continue;
                 AddGroupLine(entry, s, *groups[g], static_cast<int>(g));
             }
-            changed = changed || InStub(*before, s) != category;
+            changed = changed || InHeading(*before, s) != category;
         }
     }
 
@@ -235,10 +235,10 @@ private:
         Row row;
         row.fGroup = true;
         Close(s);
-        row.fvStub = NewStub();
+        row.fvHeadings = NewHeadings();
         for (std::size_t outer = 0; outer < s; ++outer)
             OpenLabel(row, outer, entry);
-        row.fvStub[s] = {{Shown(group.fpText), {}}, indent, 1};
+        row.fvHeadings[s] = {{Shown(group.fpText), {}}, indent, 1};
         fLayout.fvRows.push_back(std::move(row));
     }
 
@@ -265,11 +265,11 @@ private:
 
     const Table& fTable;
     const host::Catalogue& fStrings;
-    std::vector<const Dimension*> fRowDimensions, fColumnDimensions, fStubDimensions;
+    std::vector<const Dimension*> fRowDimensions, fColumnDimensions, fHeadingDimensions;
     std::vector<std::vector<const Category*>> fRows, fColumns;
     std::map<std::string, std::string> fMarks;
-    std::map<std::size_t, std::size_t> fOpenRow;  ///< row in which a stub's open label stands
-    std::vector<const Category*> fOpen;           ///< per stub, the category whose label holds
+    std::map<std::size_t, std::size_t> fOpenRow;  ///< row in which an open label stands
+    std::vector<const Category*> fOpen;           ///< per column of row headings, the category whose label holds
     Layout fLayout;
 };
 

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-/// A table as it is read: header rows, stub, cells and footnotes with their marks. Text and HTML are written from this.
+/// A table as it is read: header rows, row headings, cells and footnotes with their marks. Text and HTML are written
+/// from this.
 namespace report {
 
 struct Label {
@@ -22,7 +23,7 @@ struct HeaderCell {
     int fDepth = 1;  ///< header rows that it takes; an ungrouped category reaches down to the last
 };
 
-struct StubCell {
+struct RowHeading {
     Label fLabel;
     int fIndent = 0;
     int fRows = 1;  ///< rows that it stands for; 0 where the label of a row above still holds
@@ -36,8 +37,8 @@ struct DataCell {
 };
 
 struct Row {
-    bool fGroup = false;  ///< a line that names a group: its last stub cell is the group's label, and it has no cells
-    std::vector<StubCell> fvStub;
+    bool fGroup = false;  ///< a line that names a group: its last row heading is the group's label, and it has no cells
+    std::vector<RowHeading> fvHeadings;
     std::vector<std::optional<DataCell>> fvCells;
 };
 
@@ -48,8 +49,8 @@ struct Footnote {
 
 struct Layout {
     std::string fTitle;
-    std::vector<std::string> fvNotes;  ///< notes of the whole table, without marks
-    std::vector<Label> fvStubTitles;   ///< a column of the stub each; empty where the title is hidden
+    std::vector<std::string> fvNotes;    ///< notes of the whole table, without marks
+    std::vector<Label> fvHeadingTitles;  ///< a column of row headings each; empty where the title is hidden
     std::vector<std::vector<HeaderCell>> fvHeader;
     std::vector<Row> fvRows;
     std::vector<std::string> fvCaption;  ///< lines

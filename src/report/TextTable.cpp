@@ -14,7 +14,7 @@ constexpr int kIndent = 2;          ///< blanks of a row inside a group
 constexpr int kHeaderWidth = 14;    ///< a header beyond this is broken where it can be
 constexpr int kSpanWidth = 26;      ///< the same for a header over several columns
 constexpr int kLongestWord = 24;    ///< a word beyond this is broken
-constexpr int kLeastStub = 12;      ///< a stub column isn't made narrower
+constexpr int kLeastHeading = 12;   ///< a column of row headings isn't made narrower
 constexpr int kLeastCell = 8;       ///< nor a column of texts
 constexpr int kMinWidthUnits = 10;  ///< units of a table's minimum column width in a character
 
@@ -60,7 +60,7 @@ std::string MarkText(const std::string& marks, bool unicode) {
 class TextTableWriter {
 public:
     TextTableWriter(const Layout& layout, const TextStyle& style) : fLayout(layout), fStyle(style) {
-        MeasureStub();
+        MeasureHeadings();
         MeasureColumns();
     }
 
@@ -84,30 +84,31 @@ public:
 private:
     std::string LabelText(const Label& label) const { return label.fText + MarkText(label.fMarks, fStyle.fUnicode); }
 
-    void MeasureStub() {
-        const std::size_t columns = fLayout.fvStubTitles.size();
-        fStub.assign(columns, 0);
+    void MeasureHeadings() {
+        const std::size_t columns = fLayout.fvHeadingTitles.size();
+        fHeadingWidths.assign(columns, 0);
         for (std::size_t s = 0; s < columns; ++s)
-            fStub[s] = LongestLine(LabelText(fLayout.fvStubTitles[s]));
+            fHeadingWidths[s] = LongestLine(LabelText(fLayout.fvHeadingTitles[s]));
         for (const auto& row : fLayout.fvRows) {
             for (std::size_t s = 0; s < columns; ++s) {
-                const auto& cell = row.fvStub[s];
-                fStub[s] = std::max(fStub[s], LongestLine(LabelText(cell.fLabel)) + kIndent * cell.fIndent);
+                const auto& cell = row.fvHeadings[s];
+                fHeadingWidths[s] =
+                    std::max(fHeadingWidths[s], LongestLine(LabelText(cell.fLabel)) + kIndent * cell.fIndent);
             }
         }
         if (fStyle.fWidth <= 0) return;
-        // The stub leaves at least half of the line to the cells; the widest column gives way.
-        const int most = std::max(kLeastStub, fStyle.fWidth / 2);
-        while (StubWidth() > most) {
-            auto widest = std::max_element(fStub.begin(), fStub.end());
-            if (*widest <= kLeastStub) break;
+        // The row headings leave at least half of the line to the cells; the widest column gives way.
+        const int most = std::max(kLeastHeading, fStyle.fWidth / 2);
+        while (HeadingWidth() > most) {
+            auto widest = std::max_element(fHeadingWidths.begin(), fHeadingWidths.end());
+            if (*widest <= kLeastHeading) break;
             --*widest;
         }
     }
 
-    int StubWidth() const {
+    int HeadingWidth() const {
         int width = 0;
-        for (const int column : fStub)
+        for (const int column : fHeadingWidths)
             width += column + kGap;
         return std::max(0, width - kGap);
     }
@@ -135,7 +136,7 @@ private:
                 }
             }
         }
-        const int most = fStyle.fWidth > 0 ? std::max(kLeastCell, fStyle.fWidth - StubWidth() - kGap) : 1 << 20;
+        const int most = fStyle.fWidth > 0 ? std::max(kLeastCell, fStyle.fWidth - HeadingWidth() - kGap) : 1 << 20;
         for (int c = 0; c < fLayout.fColumns; ++c) {
             const int numbers = before[c] + fBehind[c] + fMarks[c];
             fWidths[c] = std::max({fWidths[c], numbers, std::min(words[c], most)});
@@ -165,7 +166,7 @@ private:
     }
 
     int PanelEnd(int first) const {
-        int width = StubWidth();
+        int width = HeadingWidth();
         int end = first;
         while (end < fLayout.fColumns) {
             width += fWidths[end] + (width > 0 ? kGap : 0);
@@ -177,7 +178,7 @@ private:
         for (const auto& row : fLayout.fvHeader) {
             for (const auto& cell : row) {
                 if (cell.fFirst > first && cell.fFirst < end && cell.fFirst + cell.fSpan > end &&
-                    StubWidth() + kGap + SpanWidth(cell.fFirst, cell.fFirst + cell.fSpan) <= fStyle.fWidth) {
+                    HeadingWidth() + kGap + SpanWidth(cell.fFirst, cell.fFirst + cell.fSpan) <= fStyle.fWidth) {
                     return cell.fFirst;
                 }
             }
@@ -210,10 +211,10 @@ private:
     }
 
     void WritePanel(int first, int end) {
-        const int stub = StubWidth();
-        const int width = stub + (stub > 0 && end > first ? kGap : 0) + std::max(0, SpanWidth(first, end));
+        const int heading = HeadingWidth();
+        const int width = heading + (heading > 0 && end > first ? kGap : 0) + std::max(0, SpanWidth(first, end));
         WriteLine(Rule(width, true));
-        if (!fLayout.fvHeader.empty() || HasStubTitle()) {
+        if (!fLayout.fvHeader.empty() || HasHeadingTitle()) {
             WriteHeader(first, end);
             WriteLine(Rule(width));
         }
@@ -222,8 +223,8 @@ private:
         WriteLine(Rule(width, true));
     }
 
-    bool HasStubTitle() const {
-        return std::any_of(fLayout.fvStubTitles.begin(), fLayout.fvStubTitles.end(),
+    bool HasHeadingTitle() const {
+        return std::any_of(fLayout.fvHeadingTitles.begin(), fLayout.fvHeadingTitles.end(),
                            [](const Label& title) { return !title.fText.empty(); });
     }
 
@@ -250,10 +251,10 @@ private:
             const bool last = row + 1 >= height;
             std::vector<std::vector<std::string>> blocks;
             std::vector<int> widths;
-            for (std::size_t s = 0; s < fStub.size(); ++s) {
-                blocks.push_back(last ? Wrap(LabelText(fLayout.fvStubTitles[s]), fStub[s])
+            for (std::size_t s = 0; s < fHeadingWidths.size(); ++s) {
+                blocks.push_back(last ? Wrap(LabelText(fLayout.fvHeadingTitles[s]), fHeadingWidths[s])
                                       : std::vector<std::string>());
-                widths.push_back(fStub[s]);
+                widths.push_back(fHeadingWidths[s]);
             }
             for (int c = first; c < end;) {
                 const HeaderCell* cell = HeaderAt(row, c, height);
@@ -304,15 +305,15 @@ private:
     void WriteRow(const Row& row, int first, int end) {
         std::vector<std::vector<std::string>> blocks;
         std::vector<int> widths;
-        for (std::size_t s = 0; s < fStub.size(); ++s) {
-            const StubCell& cell = row.fvStub[s];
+        for (std::size_t s = 0; s < fHeadingWidths.size(); ++s) {
+            const RowHeading& cell = row.fvHeadings[s];
             const std::string indent(static_cast<std::size_t>(kIndent * cell.fIndent), ' ');
-            auto lines = cell.fRows > 0 ? Wrap(LabelText(cell.fLabel), fStub[s] - kIndent * cell.fIndent)
+            auto lines = cell.fRows > 0 ? Wrap(LabelText(cell.fLabel), fHeadingWidths[s] - kIndent * cell.fIndent)
                                         : std::vector<std::string>();
             for (auto& line : lines)
                 line.insert(0, indent);
             blocks.push_back(std::move(lines));
-            widths.push_back(fStub[s]);
+            widths.push_back(fHeadingWidths[s]);
         }
         for (int c = first; c < end && !row.fGroup; ++c) {
             blocks.push_back(row.fvCells[c] ? CellLines(*row.fvCells[c], c) : std::vector<std::string>());
@@ -332,10 +333,10 @@ private:
 
     const Layout& fLayout;
     const TextStyle& fStyle;
-    std::vector<int> fStub;    ///< width of each stub column
-    std::vector<int> fWidths;  ///< width of each data column
-    std::vector<int> fBehind;  ///< characters from the point on, per data column
-    std::vector<int> fMarks;   ///< columns kept for marks behind numbers
+    std::vector<int> fHeadingWidths;  ///< width of each column of row headings
+    std::vector<int> fWidths;         ///< width of each data column
+    std::vector<int> fBehind;         ///< characters from the point on, per data column
+    std::vector<int> fMarks;          ///< columns kept for marks behind numbers
     std::string fOut;
 };
 

@@ -13,7 +13,7 @@ struct TextStyle {
 };
 
 /// One table as text: title, notes, header, rows, footnotes, caption. A table wider than the style's width is broken
-/// into panels of columns, the stub repeated in each.
+/// into panels of columns, the row headings repeated in each.
 std::string TextTable(const Layout& layout, const TextStyle& style);
 
 }  // namespace report

@@ -24,12 +24,12 @@ enum class ParamKind { kVariance, kCovariance, kCorrelation, kLoading, kRange, k
 
 /// What is known of one parameter before any data.
 struct ParamInfo {
-    std::string fName;    ///< the field's standard term: "Variance", "UN(2,1)", "AR1 rho"
-    ParamKind fKind;      ///< decides the scale on which confidence limits are computed
-    double fLower;        ///< closed bound, -infinity if none
-    double fUpper;        ///< closed bound, +infinity if none
-    bool fFixed = false;  ///< held at its starting value and reported as redundant: a Kronecker second factor's
-                          ///< UN(1,1), and what one position can't tell, as a correlation
+    std::string fName;           ///< the field's standard term: "Variance", "UN(2,1)", "AR1 rho"
+    ParamKind fKind;             ///< decides the scale on which confidence limits are computed
+    double fLower;               ///< closed bound, -infinity if none
+    double fUpper;               ///< closed bound, +infinity if none
+    bool fFixed = false;         ///< held at its starting value and reported as redundant: a Kronecker second factor's
+                                 ///< UN(1,1), and what one position can't tell, as a correlation
     bool fSecondFactor = false;  ///< Kronecker: belongs to the second factor
 };
 
