@@ -1,9 +1,12 @@
 #include "app/Options.h"
 
 #include "app/ExitCode.h"
+#include "app/Terminal.h"
 #include "command/Keywords.h"
+#include "command/Words.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 namespace app {
 
@@ -64,13 +67,25 @@ const std::vector<CommandOption>& CommandOptions() {
 
 namespace {
 
+/// Under which heading the help lists an option that sets a parameter of this subcommand.
+const char* HelpHeading(std::string_view subcommand) {
+    static const std::map<std::string_view, const char*> headings{{"DATA", "Data"},
+                                                                  {"FIELDS", "Data"},
+                                                                  {"TARGET_OPTIONS", "Target"},
+                                                                  {"DATA_STRUCTURE", "Repeated measures"},
+                                                                  {"BUILD_OPTIONS", "Estimation"},
+                                                                  {"EMMEANS", "Means and tests"},
+                                                                  {"TEST", "Means and tests"}};
+    const auto at = headings.find(subcommand);
+    return at == headings.end() ? "Options" : at->second;
+}
+
 class CommandLine {
 public:
     explicit CommandLine(Options& options) : fOptions(options) {
         fProgram.require_subcommand(1);
         fProgram.set_version_flag("--version", "hierfit " HIERFIT_VERSION);
         fProgram.get_formatter()->column_width(38);
-        fProgram.failure_message(CLI::FailureMessage::simple);
 
         CLI::App* fit = AddTask("fit", "Fit a model from a formula", Task::kFit);
         fit->add_option("formula", fOptions.fFormula, "the model: 'y ~ a*b + x + (1 + x | g)'")->required();
@@ -98,8 +113,9 @@ public:
         try {
             fProgram.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
-            const int code = fProgram.exit(error);
-            return code == 0 ? kFitted : kWrongUse;
+            if (error.get_exit_code() == 0) return fProgram.exit(error);
+            Complain(WhatIsWrong(error, argc, argv));
+            return kWrongUse;
         }
         for (const CommandOption& option : CommandOptions())
             if (fTexts.count(option.fFlag) && fGiven[option.fFlag])
@@ -108,6 +124,38 @@ public:
     }
 
 private:
+    /// The error in words that name what was written, what is near to it, and where help is found.
+    std::string WhatIsWrong(const CLI::ParseError& error, int argc, char** argv) const {
+        const auto tasks = fProgram.get_subcommands(nullptr);
+        const auto given = fProgram.get_subcommands();
+        if (given.empty()) {
+            std::vector<std::string> names;
+            for (const CLI::App* task : tasks)
+                names.push_back(task->get_name());
+            const std::string word = argc > 1 ? argv[1] : "";
+            return (word.empty() ? std::string("tell what to do") : "there is no task " + word) +
+                   command::SuggestionText(word, names, true) + "; hierfit --help shows them all";
+        }
+        const CLI::App& task = *given.front();
+        std::string text = error.what();
+        if (dynamic_cast<const CLI::ArgumentMismatch*>(&error))
+            text = text.substr(0, text.find(':')) + " needs a value";
+        const std::vector<std::string> rest = task.remaining();
+        const auto unknown = std::find_if(rest.begin(), rest.end(), [](const auto& word) { return word[0] == '-'; });
+        if (unknown != rest.end())
+            text = "there is no option " + *unknown + command::SuggestionText(*unknown, OptionNames(task), false);
+        else if (!rest.empty())
+            text = "the argument " + rest.front() + " stands alone; put a formula or a text with blanks in quotes";
+        return text + "; hierfit " + task.get_name() + " --help shows all options";
+    }
+
+    static std::vector<std::string> OptionNames(const CLI::App& task) {
+        std::vector<std::string> names;
+        for (const CLI::Option* option : task.get_options())
+            names.push_back(option->get_name());
+        return names;
+    }
+
     CLI::App* AddTask(const char* name, const char* help, Task task) {
         CLI::App* added = fProgram.add_subcommand(name, help);
         added->callback([this, task] { fOptions.fTask = task; });
@@ -118,6 +166,7 @@ private:
         for (const CommandOption& option : CommandOptions()) {
             bool& given = fGiven[option.fFlag];
             CLI::Option* added = task.add_option(option.fFlag, fTexts[option.fFlag], option.fHelp);
+            added->group(HelpHeading(option.fSubcommand))->type_name("");
             added->each([&given](const std::string&) { given = true; });
             if (needsData && std::string_view(option.fFlag) == "--data") added->required();
         }
@@ -126,11 +175,10 @@ private:
     void AddOutputOptions(CLI::App& task) {
         static const std::map<std::string, Format> formats{
             {"text", Format::kText}, {"json", Format::kJson}, {"html", Format::kHtml}};
-        task.add_option("--format", fOptions.fFormat, "text, json or html")
-            ->transform(CLI::CheckedTransformer(formats));
+        const auto choose = [this](const std::string& word) { fOptions.fFormat = formats.at(word); };
+        task.add_option_function<std::string>("--format", choose, "of the results")->check(CLI::IsMember(&formats));
         task.add_option("-o,--output", fOptions.fOutput, "write the results to this file");
-        task.add_option("--show", fOptions.fShow,
-                        "which half of the output: classic, viewer or all; text shows the viewer's unless told")
+        task.add_option("--show", fOptions.fShow, "which half of the output; text shows the viewer's unless told")
             ->check(CLI::IsMember({"classic", "viewer", "all"}));
         task.add_option("--threads", fOptions.fThreads, "number of threads; all cores unless given")
             ->check(CLI::Range(1, 1024));

@@ -114,8 +114,8 @@ TEST_P(EndToEnd, Case) {
     Case(apptest::ReadFile(fs::path(HIERFIT_SOURCE_DIR "/tests/app/cases") / GetParam())).Run();
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, EndToEnd, testing::ValuesIn(CaseNames()), [](const auto& info) {
-    std::string name = info.param;
+INSTANTIATE_TEST_SUITE_P(Cases, EndToEnd, testing::ValuesIn(CaseNames()), [](const auto& shown) {
+    std::string name = shown.param;
     std::replace_if(
         name.begin(), name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');
     return name;
