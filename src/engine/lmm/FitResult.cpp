@@ -38,7 +38,7 @@ std::vector<FTestResult> FitResult::EffectTests(bool typeI) const {
     std::vector<FTestResult> tests;
     for (int e = 0; e < basis.Design().NumEffects(); ++e) {
         const Eigen::MatrixXd rows = typeI ? TypeIRows(basis, e) : TypeIIIRows(basis, e);
-        FTestResult test = fModel->fInference->Test(rows, {});
+        FTestResult test = fModel->fInference->TestAsWritten(rows);
         test.fEffect = e;
         tests.push_back(std::move(test));
     }

@@ -40,7 +40,7 @@ Eigen::MatrixXd LeftNull(const Eigen::MatrixXd& matrix) {
     return lu.kernel().transpose();
 }
 
-// Reduced row echelon form without zero rows: the rows as a reader would write them.
+// Reduced row echelon form without zero rows.
 Eigen::MatrixXd Reduced(Eigen::MatrixXd rows) {
     Eigen::Index rank = 0;
     const double size = rows.size() > 0 ? rows.cwiseAbs().maxCoeff() : 0.0;
@@ -59,11 +59,35 @@ Eigen::MatrixXd Reduced(Eigen::MatrixXd rows) {
         ++rank;
     }
     rows.conservativeResize(rank, Eigen::NoChange);
+    return rows;
+}
+
+// The rows as a reader would write them: the largest coefficient is 1.
+Eigen::MatrixXd Readable(Eigen::MatrixXd rows) {
+    if (rows.size() > 0) rows /= rows.cwiseAbs().maxCoeff();
     for (double& value : rows.reshaped()) {
         const double whole = std::round(value);
         if (std::abs(value - whole) < 1e-10) value = whole;
     }
     return rows;
+}
+
+// Rows of the same span whose part in the own columns is the projection of unit vectors on the span of that part.
+Eigen::MatrixXd Deviations(const Eigen::MatrixXd& rows, const std::vector<int>& own) {
+    const Eigen::MatrixXd part = ColumnsOf(rows, own);
+    const Eigen::MatrixXd weights = (part * part.transpose()).ldlt().solve(part);  // column j makes row j
+    Eigen::MatrixXd deviations(rows.rows(), rows.cols());
+    Eigen::MatrixXd orthonormal(rows.rows(), rows.rows());
+    Eigen::Index rank = 0;
+    for (Eigen::Index j = 0; j < part.cols() && rank < rows.rows(); ++j) {
+        const auto before = orthonormal.leftCols(rank);
+        const Eigen::VectorXd left = part.col(j) - before * (before.transpose() * part.col(j));
+        if (left.norm() <= kRankTolerance * part.col(j).norm()) continue;
+        deviations.row(rank) = weights.col(j).transpose() * rows;
+        orthonormal.col(rank++) = left.normalized();
+    }
+    deviations.conservativeResize(rank, Eigen::NoChange);
+    return deviations;
 }
 
 }  // namespace
@@ -77,7 +101,7 @@ Eigen::MatrixXd TypeIRows(const FixedBasis& basis, int effect) {
     Eigen::MatrixXd rows(own.size(), basis.NumColumns());
     for (std::size_t i = 0; i < own.size(); ++i)
         rows.row(static_cast<Eigen::Index>(i)) = basis.CrossFactor().row(own[i]) * basis.Span();
-    return Reduced(std::move(rows));
+    return Readable(std::move(rows));
 }
 
 Eigen::MatrixXd TypeIIIRows(const FixedBasis& basis, int effect) {
@@ -101,7 +125,7 @@ Eigen::MatrixXd TypeIIIRows(const FixedBasis& basis, int effect) {
                                             Eigen::MatrixXd::Identity(inner.cols(), inner.rows());
         rows -= (rows * orthonormal) * orthonormal.transpose();
     }
-    return Reduced(std::move(rows));
+    return Readable(Deviations(Reduced(std::move(rows)), own));
 }
 
 bool IsEstimableRow(const FixedBasis& basis, const Eigen::VectorXd& row) {

@@ -115,6 +115,14 @@ ContrastResult Inference::Contrast(const Eigen::VectorXd& row) const {
 }
 
 FTestResult Inference::Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values) const {
+    return TestRows(rows, values, true);
+}
+
+FTestResult Inference::TestAsWritten(const Eigen::MatrixXd& rows) const {
+    return TestRows(rows, {}, false);
+}
+
+FTestResult Inference::TestRows(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values, bool orthonormal) const {
     FTestResult result;
     Eigen::MatrixXd half(fHalf.cols(), rows.rows());
     Eigen::VectorXd estimate(rows.rows());
@@ -137,9 +145,7 @@ FTestResult Inference::Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& 
         usedHalf.col(static_cast<Eigen::Index>(i)) = half.col(kept[i]);
         usedEstimate[static_cast<Eigen::Index>(i)] = estimate[kept[i]];
     }
-    // Orthonormal rows: what Satterthwaite's rule makes of several rows depends on their basis, and must not depend on
-    // the names of the levels.
-    if (kept.size() > 1) {
+    if (orthonormal && kept.size() > 1) {
         Eigen::MatrixXd columns(rows.cols(), kept.size());
         for (std::size_t i = 0; i < kept.size(); ++i)
             columns.col(static_cast<Eigen::Index>(i)) = rows.row(kept[i]).transpose();

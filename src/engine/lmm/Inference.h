@@ -39,12 +39,19 @@ public:
     Eigen::MatrixXd Covariance() const;
 
     ContrastResult Contrast(const Eigen::VectorXd& row) const;
+    /// F test of the rows against values (empty: zeros). Satterthwaite's degrees of freedom of several rows are those
+    /// of the eigenvectors of L C L' (Fai and Cornelius 1996, "Approximate F-tests of multiple degree of freedom
+    /// hypotheses"), which depend on the rows that span the hypothesis: L is made orthonormal first, so that the answer
+    /// doesn't depend on how a hypothesis is written.
     FTestResult Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values) const;
+    /// The same against zeros with L as it stands: effects have rows of their own (see Hypotheses.h).
+    FTestResult TestAsWritten(const Eigen::MatrixXd& rows) const;
     /// Of one row given as H'l with its estimate.
     ContrastResult Contrast(const Eigen::VectorXd& half, double estimate) const;
 
 private:
     Eigen::VectorXd Keep(const Eigen::VectorXd& row) const;
+    FTestResult TestRows(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values, bool orthonormal) const;
     double SatterthwaiteDf(const Eigen::VectorXd& half) const;
     FTestResult KenwardRogerTest(const Eigen::MatrixXd& half, const Eigen::VectorXd& estimate) const;
     FTestResult PlainTest(const Eigen::MatrixXd& half, const Eigen::VectorXd& estimate) const;
