@@ -1,5 +1,7 @@
 #include "bench/Workloads.h"
 
+#include "bench/Random.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -10,32 +12,6 @@
 namespace bench {
 
 namespace {
-
-/// The generator of Steele, Lea and Flood (2014), "Fast splittable pseudorandom number generators": the same numbers on
-/// every machine, which the standard library's distributions don't promise.
-class Random {
-public:
-    explicit Random(std::uint64_t seed) : fState(seed) {}
-    std::uint64_t Bits() {
-        std::uint64_t z = (fState += 0x9e3779b97f4a7c15ULL);
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-        return z ^ (z >> 31);
-    }
-    double Uniform() { return (static_cast<double>(Bits() >> 11) + 0.5) * 0x1.0p-53; }
-    int Below(int n) { return static_cast<int>(Uniform() * n); }
-    double Normal() { return std::sqrt(-2.0 * std::log(Uniform())) * std::cos(2.0 * std::numbers::pi * Uniform()); }
-    int Poisson(double mean) {
-        const double limit = std::exp(-mean);
-        int count = 0;
-        for (double product = Uniform(); product > limit; product *= Uniform())
-            ++count;
-        return count;
-    }
-
-private:
-    std::uint64_t fState;
-};
 
 struct Close {
     void operator()(std::FILE* file) const { std::fclose(file); }
