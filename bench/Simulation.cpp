@@ -241,8 +241,9 @@ int main(int argc, char** argv) {
             names.push_back(argument);
         }
     }
-    fmt::print("| target | clusters x records | parameter | truth | mean estimate | deviation | mean std. error | "
-               "coverage, % | warnings | failures |\n|---|---|---|---:|---:|---:|---:|---:|---:|---:|\n");
+    fmt::print(
+        "| target | clusters x records | parameter | truth | mean estimate | deviation | mean std. error | "
+        "coverage, % | warnings | failures |\n|---|---|---|---:|---:|---:|---:|---:|---:|---:|\n");
     for (const Study& study : Studies()) {
         const bool named = std::find(names.begin(), names.end(), study.fName) != names.end();
         if (names.empty() || named) Print(study, Run(study, replicates));

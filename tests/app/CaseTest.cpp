@@ -10,6 +10,7 @@
 ///   run COMMAND             what the shell runs, in a folder that holds the case's files
 ///   exit N                  the exit code of the last run
 ///   out TEXT, err TEXT      its standard output or error holds the text
+///   lacks TEXT              its standard output does not hold the text
 ///   silent                  its standard output is empty
 ///   complains               its standard error is one line
 ///   same                    its standard output is that of the run before
@@ -63,6 +64,8 @@ private:
             EXPECT_THAT(fLast.fOut, HasSubstr(rest));
         } else if (word == "err") {
             EXPECT_THAT(fLast.fErr, HasSubstr(rest));
+        } else if (word == "lacks") {
+            EXPECT_THAT(fLast.fOut, testing::Not(HasSubstr(rest)));
         } else if (word == "silent") {
             EXPECT_EQ(fLast.fOut, "");
         } else if (word == "complains") {

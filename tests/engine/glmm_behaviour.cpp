@@ -1,5 +1,6 @@
 // What generalized fits do where no outside figures exist: models that are one another's equal, data that can't carry
 // the model, and predictions on the scale of the target.
+#include "engine/documents/MomentFit.h"
 #include "engine/glmm/Family.h"
 #include "engine/glmm_models.h"
 
@@ -42,6 +43,22 @@ TEST(GlmmBehaviour, LinksInvertAndDiffer) {
             EXPECT_NEAR(link->Slope(eta), difference, 1e-6 * std::max(1e-3, std::abs(difference))) << NameOf(name);
         }
     }
+}
+
+// The parameters give the moments back.
+TEST(GlmmBehaviour, HistogramsHaveTheirDistributionsMoments) {
+    const double mean = 2.5, deviation = 3.0;
+    const auto gamma = FitByMoments(Distribution::kGamma, mean, deviation);
+    EXPECT_DOUBLE_EQ(gamma.at(0).second / gamma.at(1).second, mean);
+    EXPECT_DOUBLE_EQ(std::sqrt(gamma[0].second) / gamma[1].second, deviation);
+    const auto inverse = FitByMoments(Distribution::kInverseGaussian, mean, deviation);
+    EXPECT_DOUBLE_EQ(std::sqrt(std::pow(mean, 3) / inverse.at(0).second), deviation);
+    const auto counts = FitByMoments(Distribution::kNegativeBinomial, mean, deviation);
+    const double r = counts.at(0).second, p = counts.at(1).second;
+    EXPECT_NEAR(r * (1.0 - p) / p, mean, 1e-12);
+    EXPECT_NEAR(r * (1.0 - p) / (p * p), deviation * deviation, 1e-12);
+    EXPECT_TRUE(FitByMoments(Distribution::kNegativeBinomial, mean, 1.0).empty());
+    EXPECT_TRUE(FitByMoments(Distribution::kPoisson, mean, deviation).empty());
 }
 
 TEST(GlmmBehaviour, NormalTargetWithIdentityLinkIsTheLinearModel) {

@@ -2,7 +2,9 @@
 
 #include "engine/documents/DocumentEffect.h"
 #include "engine/documents/MeansXml.h"
+#include "engine/documents/MomentFit.h"
 #include "engine/documents/XmlWriter.h"
+#include "engine/glmm/Link.h"
 #include "engine/lmm/Distributions.h"
 #include "engine/seam/Namer.h"
 
@@ -230,6 +232,10 @@ private:
         Counts(fSummary.fTotalFrequency);
         Statistic("mean", fSummary.fMean);
         Statistic("stdDeviation", fSummary.fDeviation);
+        for (const auto& [name, value] :
+             FitByMoments(fRun.fTarget.fDistribution, fSummary.fMean, fSummary.fDeviation)) {
+            Statistic(name, value);
+        }
         Coordinates("observed", fSummary.fObserved);
         Coordinates("frequency", fSummary.fFrequency);
     }
@@ -403,7 +409,8 @@ private:
 
     struct Row {
         double fEstimate = kMissing, fStdError = kMissing, fDf = kMissing, fLower = kMissing, fUpper = kMissing,
-               fT = kMissing, fZ = kMissing, fSig = kMissing;
+               fT = kMissing, fZ = kMissing, fSig = kMissing, fExpEstimate = kMissing, fExpLower = kMissing,
+               fExpUpper = kMissing;
         bool fRedundant = false;
     };
 
@@ -413,7 +420,8 @@ private:
         element.With("estimate", row.fEstimate).With("stdError", row.fStdError).With("df", row.fDf);
         element.With("confIntervalLower", row.fLower).With("confIntervalUpper", row.fUpper);
         element.With("tTest", row.fT).With("zTest", row.fZ).With("sig", row.fSig).With("chiSquare", kMissing);
-        element.With("expEstimate", kMissing).With("expCILower", kMissing).With("expCIUpper", kMissing);
+        element.With("expEstimate", row.fExpEstimate).With("expCILower", row.fExpLower);
+        element.With("expCIUpper", row.fExpUpper);
         element.With("isRedundant", row.fRedundant);
     }
 
@@ -434,6 +442,11 @@ private:
                 row.fUpper = parameter.fUpper;
                 row.fT = parameter.fT;
                 row.fSig = parameter.fP;
+            }
+            if (HasExponentialReading(fRun.fTarget.fLink)) {
+                row.fExpEstimate = std::exp(row.fEstimate);
+                row.fExpLower = std::exp(row.fLower);
+                row.fExpUpper = std::exp(row.fUpper);
             }
             XmlElement stats(fXml, "ParameterStats");
             Attributes(stats, EntryName(i), ParameterLabel(fNamer, effect, parameter.fLevels), row);

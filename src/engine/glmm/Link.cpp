@@ -115,4 +115,8 @@ std::unique_ptr<Link> MakeLink(run::Link link, double power) {
     return nullptr;
 }
 
+bool HasExponentialReading(run::Link link) {
+    return link == run::Link::kLog || link == run::Link::kLogit;
+}
+
 }  // namespace engine

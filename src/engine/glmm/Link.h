@@ -26,4 +26,7 @@ public:
 /// Formulas: McCullagh and Nelder 1989, sections 2.2.4 and 4.3.1.
 std::unique_ptr<Link> MakeLink(run::Link link, double power = 1.0);
 
+/// Whether the exponential of a coefficient has a meaning of its own: a ratio of means, or of odds.
+bool HasExponentialReading(run::Link link);
+
 }  // namespace engine

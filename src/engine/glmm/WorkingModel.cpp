@@ -206,11 +206,16 @@ bool HasResidualStructure(const ModelSpec& spec) {
     return residual.IsRepeated() || !residual.fSubjects.empty() || residual.fGroup >= 0;
 }
 
+bool HoldsScale(const ModelSpec& spec, const TargetSpec& target) {
+    const std::unique_ptr<Family> family = MakeFamily(target.fDistribution);
+    return (!family || family->HasUnitScale()) && !HasResidualStructure(spec);
+}
+
 std::shared_ptr<WorkingModel> MakeWorkingModel(const ModelSpec& spec, const TargetSpec& target,
                                                const RecordView& view) {
     const std::unique_ptr<Family> family = MakeFamily(target.fDistribution);
     ModelSpec scaled = spec;
-    scaled.fResidual.fUnitScale = (!family || family->HasUnitScale()) && !HasResidualStructure(spec);
+    scaled.fResidual.fUnitScale = HoldsScale(spec, target);
     if (!family) return MakeMultinomialModel(scaled, target, view);
     const bool dispersed = target.fDistribution == run::Distribution::kNegativeBinomial && !target.fDispersion;
     if (dispersed) return std::make_shared<DispersedModel>(scaled, target, view);

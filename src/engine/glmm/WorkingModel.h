@@ -93,8 +93,7 @@ void ForRuns(Workers& crew, std::size_t records, const Work& work) {
     });
 }
 
-/// The working model of a target. spec is the model of the predictors; its scale is held at 1 where the distribution
-/// wants that and there is no residual structure.
+/// The working model of a target. spec is the model of the predictors; its scale is held at 1 where HoldsScale says so.
 std::shared_ptr<WorkingModel> MakeWorkingModel(const ModelSpec& spec, const TargetSpec& target, const RecordView& view);
 
 /// A multinomial target's.
@@ -103,5 +102,8 @@ std::shared_ptr<WorkingModel> MakeMultinomialModel(const ModelSpec& spec, const 
 
 /// Whether a residual structure takes the scale's place.
 bool HasResidualStructure(const ModelSpec& spec);
+
+/// Whether the scale is held at 1: the distribution wants that, and no residual structure takes its place.
+bool HoldsScale(const ModelSpec& spec, const TargetSpec& target);
 
 }  // namespace engine

@@ -83,6 +83,7 @@ MCStatus GLMMAlgorithm::Impl::Fit(MultiPassRecordIter& data) {
     const engine::RecordView records = engine::ViewRecords(data, fpRun, storage);
     if (engine::IsGeneralized(fpRun)) {
         const engine::TargetSpec target = engine::BuildTargetSpec(spec, fVariables, *fpRun);
+        spec.fResidual.fUnitScale = engine::HoldsScale(spec, target);
         Keep(spec, engine::FitGlmm(spec, target, records), records);
     } else {
         Keep(spec, {engine::FitLmm(spec, records), nullptr, {}}, records);
