@@ -39,6 +39,10 @@ HRFTOutputStats::HRFTOutputStats() : fpParserMessage(new ParserMessage()) {
 HRFTOutputStats::~HRFTOutputStats() {
     Drop(fpParserMessage);
     DeleteVarList();
+    ForgetResults();
+}
+
+void HRFTOutputStats::ForgetResults() {
     DeleteBuildSettings();
     DeleteModelDiagnostics();
     DeleteStructuredData();
@@ -48,6 +52,7 @@ HRFTOutputStats::~HRFTOutputStats() {
     DeleteEmmeansEstimates();
     DeleteEmmeansData();
     DeleteStringMapCollect();
+    fvWarningList.clear();
 }
 
 MCVarList* HRFTOutputStats::NewVarList() {
@@ -161,7 +166,8 @@ bool HRFTOutputStats::IsWarningPresent(const std::string& key) const {
 
 std::string HRFTOutputStats::GetTranslatedText(const std::string& key,
                                                const std::vector<std::string>& arguments) const {
-    return fpParserMessage->GetTranslatedText(key, arguments);
+    return arguments.empty() ? fpParserMessage->GetTranslatedText(key)
+                             : fpParserMessage->GetTranslatedText(key, arguments);
 }
 
 const QVTA_Format* HRFTOutputStats::GetFieldFormat(int fieldIndex) const {

@@ -411,6 +411,8 @@ public:
     std::vector<WarningInfo>& GetWarningList() { return fvWarningList; }
     const std::vector<WarningInfo>& GetWarningList() const { return fvWarningList; }
 
+    /// Drops what was read from a result document, so that another one never merges with it.
+    void ForgetResults();
     /// Fills the map between fields and variables. Called once, after the variable list is filled.
     void BuildVarMapInfo();
     /// 0 with out overwritten; 1 without maps, 2 without the map, 3 without the entry. The first match wins.

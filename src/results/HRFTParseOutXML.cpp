@@ -36,6 +36,7 @@ bool HRFTParseOutXML::ReadStatXML() {
     if (fpStatXMLText->empty()) return false;
     SDOMXMLWrapper document;
     const bool loaded = document.LoadFromString(*fpStatXMLText) != nullptr;
+    fpOutputStats->ForgetResults();
     fpBuildSettings = fpOutputStats->NewBuildSettings();
     assert(fpBuildSettings != nullptr);
     fStatXMLRead = loaded && ReadDocument(document);

@@ -1,8 +1,6 @@
 #include "viewer/HRFTParamEstimatesOutput.h"
 #include "viewer/ViewerTexts.h"
 
-#include <cassert>
-
 namespace {
 
 using viewer::Filled;
@@ -91,10 +89,9 @@ BpDimension HRFTParamEstimatesOutput::GroupDimension(BpPivotTable& table, bool g
 void HRFTParamEstimatesOutput::AddGroupCategory(BpDimension& dimension, const SubjectData& segment,
                                                 bool grouped) const {
     if (!grouped) {
-        assert(segment.fSubjectValues.size() == 1);
-        if (segment.fSubjectValues.empty()) return;
+        if (segment.fSubjectValues.size() != 1) return;
         const QVTA_Variable& target = fpProcDS->GetVariable(fpBuildSettings->fTargetIndex);
-        dimension.Category(BpDataValue(target, segment.fSubjectValues.front().GetObsValue(), 2));
+        dimension.Category(viewer::DataValue(target, segment.fSubjectValues.front(), 2));
         return;
     }
     BpComposite text(segment.fvFieldIndices.size() == 1 ? "EffectVar1" : "EffectVar2", true);
@@ -102,7 +99,7 @@ void HRFTParamEstimatesOutput::AddGroupCategory(BpDimension& dimension, const Su
     for (std::size_t i = 0; i < segment.fvFieldIndices.size(); ++i) {
         const QVTA_Variable& field = fpProcDS->GetVariable(segment.fvFieldIndices[i]);
         text.Add(BpVariable(field, 2));
-        text.Add(BpDataValue(field, segment.fSubjectValues[i].GetObsValue(), 2));
+        text.Add(viewer::DataValue(field, segment.fSubjectValues[i], 2));
     }
     text.EndSublist();
     text.Finish();
@@ -123,7 +120,6 @@ void HRFTParamEstimatesOutput::DisplayRandomCovariances() {
 }
 
 void HRFTParamEstimatesOutput::RandomCovarianceTable(const RandEffCovars& covars, int block) const {
-    assert(covars.fSimpleSubjects.size() == covars.fMatrixValues.size());
     const RandomSpec& spec = fpBuildSettings->fvRandomSpecs[block];
     BpPivotTable table = fpProcedure->PivotTable(Filled("Random Effect Block ^1", true, Count(block + 1)),
                                                  BpString("RandomEffects", true), true);
@@ -137,8 +133,7 @@ void HRFTParamEstimatesOutput::RandomCovarianceTable(const RandEffCovars& covars
     if (!grouped) {
         BpDimension columns = table.Dimension(BpString("Random Effect Block Column", true), kInsertionOrder);
         columns.Position(1, 1, true, false);
-        assert(covars.fMatrixValues.size() == 1);
-        if (!covars.fMatrixValues.empty()) AddMatrixCells(rows, columns, covars, covars.fMatrixValues.front());
+        if (covars.fMatrixValues.size() == 1) AddMatrixCells(rows, columns, covars, covars.fMatrixValues.front());
         return;
     }
     BpDimension groups = GroupDimension(table, hasGroup);
@@ -163,7 +158,7 @@ void HRFTParamEstimatesOutput::AddMatrixCells(BpDimension& rows, BpDimension& co
 }
 
 void HRFTParamEstimatesOutput::DisplayCovarianceParameters() {
-    assert(fpOutputStats->GetModelDiagnostics() != nullptr);
+    if (!fpOutputStats->GetModelDiagnostics()) return;
     BpHeading heading = fpProcedure->Heading(BpString("Covariance Parameters", true));
     BpProcedure under(heading.Node());
     const HRFTParamEstimatesOutput inside(&under, fpProcDS, fpOutputStats);
@@ -221,7 +216,6 @@ void HRFTParamEstimatesOutput::ResidualCaption(BpPivotTable& table) const {
     }
     BpComposite caption(pattern, true);
     if (settings.fKronecker) {
-        assert(!settings.fKroneckerMeasure.fvFieldIndices.empty());
         const char* word = settings.fResidualCovType == kUN_UN    ? "UN"
                            : settings.fResidualCovType == kUN_AR1 ? "AR1"
                                                                   : "CS";
@@ -242,7 +236,6 @@ void HRFTParamEstimatesOutput::ResidualTable(const std::vector<ParamEstimData>& 
         fpProcedure->PivotTable(BpString("Residual Effect", true), BpString("ResidualEffect", false), true);
     ResidualCaption(table);
     const bool hasGroup = !fpBuildSettings->fvResidualGroup.empty();
-    assert(hasGroup ? !estimates.empty() : estimates.size() == 1);
     BpDimension rows = table.Dimension(BpString("Residual Effect", true), kInsertionOrder);
     rows.Position(0, 1, false, false);
     BpDimension groups;
@@ -302,7 +295,6 @@ bool HRFTParamEstimatesOutput::AddCovarianceCells(BpGroup& rows, BpGroup& column
             const bool first = walk.IsFirst(static_cast<int>(i), text);
             const EffectStruct& measure =
                 first ? fpBuildSettings->fRepeatedMeasure : fpBuildSettings->fKroneckerMeasure;
-            assert(!measure.fvFieldIndices.empty());
             BpComposite title("Repeated Measure ^1 ^2", true);
             title.Add(Count(first ? 1 : 2));
             AddVariables(title, measure.fvFieldIndices, *fpProcDS);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cassert>
 
 namespace {
 
@@ -25,6 +24,13 @@ const WarningInfo* FindWarning(const EmmeansData& block, const std::string& key)
     const auto found = std::find_if(block.fvWarningList.begin(), block.fvWarningList.end(),
                                     [&key](const WarningInfo& warning) { return warning.fMessage == key; });
     return found == block.fvWarningList.end() ? nullptr : &*found;
+}
+
+/// Whether axes name fields of the data and have one text a row each.
+bool AreAxes(const std::vector<CoordinatesData>& axes, const ProcedureDataSource& source) {
+    return std::all_of(axes.begin(), axes.end(), [&](const CoordinatesData& axis) {
+        return source.FindVarIndex(axis.fField.c_str(), 0) >= 0 && axis.fvValues.size() == axes.front().fvValues.size();
+    });
 }
 
 }  // namespace
@@ -50,7 +56,6 @@ BpComposite HRFTEmmeansOutput::EmmeansTitle(int index) const {
         return title;
     }
     const int n = static_cast<int>(fpBuildSettings->fvEMMeansSpecs.size());
-    assert(index < n);
     const BpString effect(EffectLabelOf(fpBuildSettings->fvEMMeansSpecs[index].fFactors), false);
     if (n == 1) return Filled("EMMEANS Effect ^1 ...", true, effect);
     return Filled("EMMEANS Effect ^1 block ^2 ...", true, effect, BpNumber(index + 1, BpProcedure::Count()));
@@ -151,12 +156,12 @@ void HRFTEmmeansOutput::EstimatesCaption(BpPivotTable& table, const EmmeansData&
 }
 
 void HRFTEmmeansOutput::DisplayEstimates(BpHeading& heading, const EmmeansData& block) {
-    BpPivotTable table = heading.PivotTable(BpString("Estimates", true), BpString("Estimates", false), true);
-    EstimatesCaption(table, block);
     const EmmeansEstimates& estimates = block.fEstimates;
     const std::size_t nFactor = estimates.fvCoordinates.size();
-    assert(nFactor > 0 && nFactor == SpecOf(block).fFactors.fvFieldIndices.size());
-    if (nFactor == 0) return;
+    if (nFactor == 0 || nFactor != SpecOf(block).fFactors.fvFieldIndices.size()) return;
+    if (!AreAxes(estimates.fvCoordinates, *fpDataSource)) return;
+    BpPivotTable table = heading.PivotTable(BpString("Estimates", true), BpString("Estimates", false), true);
+    EstimatesCaption(table, block);
     std::vector<int> fields;
     std::vector<BpDimension> dimensions;
     for (const CoordinatesData& axis : estimates.fvCoordinates) {
@@ -196,22 +201,19 @@ bool HRFTEmmeansOutput::DisplayContrasts(BpHeading& heading, const EmmeansData& 
     if (contrasts.fvCoordinates.empty()) return true;
     const int kind = contrasts.fContrastKind;
     if (kind != kPairwise && kind != kDeviation && kind != kSimple) return false;
-    if (const WarningInfo* warning = FindWarning(block, kNoContrasts)) {
-        assert(warning->fWarningParameters.size() == 1);
-        (void)warning;
+    if (FindWarning(block, kNoContrasts)) {
         BlockMessage(block.fEmmeansIndex, kNoContrasts, true);
         return true;
     }
-    BpPivotTable table = heading.PivotTable(BpString(kContrastTitles[kind], true), BpString("Contrasts", false), true);
-    ContrastsCaption(table);
-
     const EMMeansSpec& spec = SpecOf(block);
     const std::size_t nFactor = contrasts.fvCoordinates.size();
     const std::size_t nEffect = spec.fFactors.fvFieldIndices.size();
-    assert(nFactor >= 2 && nFactor == nEffect + 1);
-    if (nFactor < 2) return true;
     const int compare = FieldIndex(spec.fCompareFactor);
+    if (nFactor < 2 || nFactor != nEffect + 1 || compare < 0) return true;
+    if (!AreAxes(contrasts.fvCoordinates, *fpDataSource)) return true;
     const QVTA_Variable& compared = fpDataSource->GetVariable(compare);
+    BpPivotTable table = heading.PivotTable(BpString(kContrastTitles[kind], true), BpString("Contrasts", false), true);
+    ContrastsCaption(table);
     std::vector<int> fields;
     std::vector<BpDimension> dimensions;
     int position = static_cast<int>(nEffect);
@@ -254,12 +256,12 @@ bool HRFTEmmeansOutput::DisplayContrasts(BpHeading& heading, const EmmeansData& 
 
 void HRFTEmmeansOutput::DisplayOverallTests(BpHeading& heading, const EmmeansData& block) {
     if (block.fvOverallTests.empty()) return;
-    BpPivotTable table =
-        heading.PivotTable(BpString("Overall Test Results", true), BpString("OverallTestResults", false), true);
     const EMMeansSpec& spec = SpecOf(block);
     const SubjectData& segment = block.fvOverallTests.front().fSegment;
     const std::size_t nFactor = segment.fvFieldIndices.size();
-    assert(nFactor + 1 == spec.fFactors.fvFieldIndices.size());
+    if (nFactor + 1 != spec.fFactors.fvFieldIndices.size()) return;
+    BpPivotTable table =
+        heading.PivotTable(BpString("Overall Test Results", true), BpString("OverallTestResults", false), true);
     const int compare = FieldIndex(spec.fCompareFactor);
     std::vector<BpDimension> dimensions(nFactor);
     int position = static_cast<int>(nFactor);
@@ -272,7 +274,7 @@ void HRFTEmmeansOutput::DisplayOverallTests(BpHeading& heading, const EmmeansDat
         for (std::size_t k = 0; k < nFactor && k < test.fSegment.fSubjectValues.size(); ++k) {
             if (segment.fvFieldIndices[k] == compare) continue;
             const QVTA_Variable& variable = fpDataSource->GetVariable(segment.fvFieldIndices[k]);
-            dimensions[k].Category(BpDataValue(variable, test.fSegment.fSubjectValues[k].GetObsValue(), 2));
+            dimensions[k].Category(viewer::DataValue(variable, test.fSegment.fSubjectValues[k], 2));
         }
         AddCoefficientCell(statistics, "F", test.fFStatistic);
         statistics.Category(BpString("df1", true)).Cell(BpNumber(test.fDf1, BpProcedure::Count()));

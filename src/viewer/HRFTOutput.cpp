@@ -5,8 +5,6 @@
 #include "viewer/HRFTParamEstimatesOutput.h"
 #include "viewer/ViewerTexts.h"
 
-#include <cassert>
-
 namespace {
 
 using viewer::Filled;
@@ -25,7 +23,6 @@ std::vector<int> MeasuresOf(const EffectStruct& effect, const std::vector<int>& 
     std::vector<int> measures;
     for (int field : effect.fvFieldIndices) {
         const int measure = field < static_cast<int>(measureOfField.size()) ? measureOfField[field] : -1;
-        assert(measure >= 0);
         if (measure >= 0) measures.push_back(measure);
     }
     return measures;
@@ -60,6 +57,7 @@ HRFTOutput::HRFTOutput(BpProcedure* procedure, ProcedureDataSource* source, HRFT
     : fpHeading(procedure), fpDataSource(source), fpOutputStats(stats), fpBuildSettings(stats->GetBuildSettings()) {}
 
 void HRFTOutput::Display() {
+    if (fpBuildSettings->fTargetIndex < 0) return;  // nothing that a table could be about
     DisplayModelSummary();
     DisplayDataStructure();
     HRFTCharts charts(fpHeading, fpDataSource, fpOutputStats);
@@ -182,7 +180,7 @@ void HRFTOutput::StructureRecords(BpDimension& records, BpDimension& data, BpDim
         for (std::size_t j = 0; j < source.fSubjectData.fvFieldIndices.size(); ++j) {
             const QVTA_Variable& field = fpDataSource->GetVariable(source.fSubjectData.fvFieldIndices[j]);
             subjects.Category(BpVariable(field, 2))
-                .Cell(BpDataValue(field, source.fSubjectData.fSubjectValues[j].GetObsValue(), 0));
+                .Cell(viewer::DataValue(field, source.fSubjectData.fSubjectValues[j], 0));
         }
         for (const MeasureGroup& group : measures) {
             BpGroup repeated = variables.Group(*group.fpTitle, true, kInsertionOrder);
@@ -190,15 +188,15 @@ void HRFTOutput::StructureRecords(BpDimension& records, BpDimension& data, BpDim
                 const RepeatMeasVarStruct& measure = source.fvRepeatedMeasures[m];
                 if (r >= measure.fvValues.size()) continue;
                 const QVTA_Variable& field = fpDataSource->GetVariable(measure.fRepMeasInd);
-                repeated.Category(BpVariable(field, 2)).Cell(BpDataValue(field, measure.fvValues[r].GetObsValue(), 0));
+                repeated.Category(BpVariable(field, 2)).Cell(viewer::DataValue(field, measure.fvValues[r], 0));
             }
         }
         BpGroup target = variables.Group(BpString("Target", true), true, kInsertionOrder);
         const QVTA_Variable& field = fpDataSource->GetVariable(settings.fTargetIndex);
-        target.Category(BpVariable(field, 2)).Cell(BpDataValue(field, source.fvTargetValues[r].GetObsValue(), 2));
+        target.Category(BpVariable(field, 2)).Cell(viewer::DataValue(field, source.fvTargetValues[r], 2));
         if (settings.fTrialsIndex >= 0 && r < source.fvTrialsValues.size()) {
             const QVTA_Variable& trials = fpDataSource->GetVariable(settings.fTrialsIndex);
-            target.Category(BpVariable(trials, 2)).Cell(BpDataValue(trials, source.fvTrialsValues[r].GetObsValue(), 2));
+            target.Category(BpVariable(trials, 2)).Cell(viewer::DataValue(trials, source.fvTrialsValues[r], 2));
         }
     }
 }
@@ -249,7 +247,7 @@ void HRFTOutput::DisplayClassification() {
         if (fpBuildSettings->fUseTrials) {
             dimension.Category(BpString(index == 0 ? "Non-Event" : "Event", true));
         } else if (index < static_cast<int>(matrix->fvLabels.size())) {
-            dimension.Category(BpDataValue(target, matrix->fvLabels[index].GetObsValue(), 2));
+            dimension.Category(viewer::DataValue(target, matrix->fvLabels[index], 2));
         }
     };
     for (int i = 0; i < matrix->fNRows; ++i) {

@@ -2,8 +2,6 @@
 
 #include "viewer/ViewerTexts.h"
 
-#include <cassert>
-
 namespace {
 
 using viewer::kInsertionOrder;
@@ -89,8 +87,7 @@ void HRFTParamEstimatesOutput::DisplayFixedCoefficients() {
         NominalCoefficients(collect->fvFixedParamEstim);
         return;
     }
-    assert(collect->fvFixedParamEstim.size() == 1);
-    PlainCoefficients(collect->fvFixedParamEstim.front());
+    if (collect->fvFixedParamEstim.size() == 1) PlainCoefficients(collect->fvFixedParamEstim.front());
 }
 
 void HRFTParamEstimatesOutput::PlainCoefficients(const ParamEstimData& data) const {
@@ -120,7 +117,7 @@ void HRFTParamEstimatesOutput::NominalCoefficients(const std::vector<ParamEstimD
     statistics.Position(1, 1, true, false);
     for (const ParamEstimData& data : targets) {
         if (data.fvParameterStats.empty()) continue;
-        categories.Category(BpDataValue(target, data.fTargetCategory.GetObsValue(), 2));
+        categories.Category(viewer::DataValue(target, data.fTargetCategory, 2));
         for (const ParameterStatsData& stats : data.fvParameterStats) {
             AddCoefficientRow(terms, stats, false);
             AddCoefficientCells(statistics, stats);
@@ -134,7 +131,7 @@ void HRFTParamEstimatesOutput::AddCoefficientRow(BpDimension& terms, const Param
         const QVTA_Variable& target = fpProcDS->GetVariable(fpBuildSettings->fTargetIndex);
         BpGroup group =
             terms.Group(viewer::Filled("Threshold for ^1=", true, BpVariable(target, 1)), true, kInsertionOrder);
-        group.Category(BpDataValue(target, stats.fRegrParam.fvFactors.front().fValue.GetObsValue(), 0));
+        group.Category(viewer::DataValue(target, stats.fRegrParam.fvFactors.front().fValue, 0));
         return;
     }
     const std::string label =

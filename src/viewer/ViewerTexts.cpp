@@ -26,6 +26,14 @@ BpComposite TargetNote(const BuildSettings& settings, const ProcedureDataSource&
     return Filled("Target ^1/^2", true, target, BpVariable(source.GetVariable(settings.fTrialsIndex), 1));
 }
 
+BpDataValue DataValue(const QVTA_Variable& variable, const CFStatVariableValue& value, int preference) {
+    // A value that was loaded against whatever variable has one cell at least; a longer one must be this variable's.
+    if (value.GetObsValue() && ObsCells(variable.GetType()) == 1) return {variable, value.GetObsValue(), preference};
+    CFStatVariableValue own(value.GetStringValue());
+    own.LoadObsValue(variable, 0);
+    return {variable, own.GetObsValue(), preference};
+}
+
 BpComposite ConfidenceTitle(const std::string& pattern, const BuildSettings& settings) {
     const double percent = settings.fConfidenceLevel * 100.0;
     return Filled(pattern, true, BpNumber(percent, BpProcedure::SigDigit(percent)));

@@ -15,6 +15,10 @@ constexpr int kInsertionOrder = 2;
 /// "Target ^1", or "Target ^1/^2" with the trials as a variable or a number.
 BpComposite TargetNote(const BuildSettings& settings, const ProcedureDataSource& source);
 
+/// A value as a variable shows it, also one that was loaded against another variable or not at all: in the latter case
+/// it is missing.
+BpDataValue DataValue(const QVTA_Variable& variable, const CFStatVariableValue& value, int preference);
+
 /// "^1% Confidence Interval" and its kin, with the level in percent.
 BpComposite ConfidenceTitle(const std::string& pattern, const BuildSettings& settings);
 

@@ -1,5 +1,6 @@
 #include "contracts/EngineDisplay.h"
 
+#include "contracts/EngineVariables.h"
 #include "engine/structures/Structure.h"
 
 #include <array>
@@ -136,3 +137,17 @@ void DisplayCOffsetType(const std::string& label, int value) {
 }
 
 }  // namespace MCDisplay
+
+void MCVarList::Display() const {
+    MCDisplay::DisplayI("Number of variables", Size());
+    for (const auto& variable : fvVariables) {
+        MCDisplay::DisplayS("Name", variable->GetName());
+        MCDisplay::DisplayI("Role", variable->GetRole());
+        MCDisplay::DisplayB("Categorical", variable->IsCategorical());
+        MCDisplay::DisplayI("Number of categories", variable->GetCategoryCount());
+    }
+    MCDisplay::DisplayDF("Cases", fCount);
+    MCDisplay::DisplayDF("Weighted cases", fWeightedCount);
+    MCDisplay::DisplayDF("Dropped cases", fDropped);
+    MCDisplay::DisplayDF("Weighted dropped cases", fWeightedDropped);
+}

@@ -54,6 +54,8 @@ std::shared_ptr<output::TextNode> ValueText(const QVTA_Variable& variable, OBS c
                                                            : Options().fTableValues;
     const QVTA_ValueLabelMap labels(variable.GetValueLabels());
     const int type = variable.GetType();
+    // A value that could not be loaded shows as a missing one.
+    if (!value) return output::MakeValue(host::kMissingFigure, {}, nullptr);
     if (type != 0) {
         const std::string text(value->fText, static_cast<std::size_t>(type < 0 ? -type : type));
         const std::string plain = text.substr(0, text.find_last_not_of(' ') + 1);

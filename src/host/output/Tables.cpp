@@ -1,6 +1,8 @@
 #include "contracts/HostOutput.h"
 #include "host/output/OutputDocument.h"
 
+#include <optional>
+
 /// The contract's headings, tables and their parts: handles on nodes of the output tree.
 
 namespace {
@@ -33,16 +35,15 @@ output::Dimension& DimensionOf(output::Member& member) {
     return static_cast<output::Dimension&>(*group);
 }
 
-/// The cell where all dimensions' current categories cross; null while one has none.
-output::Cell* CurrentCell(output::Category& category) {
-    output::Table& table = *category.fpTable;
+/// Where all dimensions' current categories cross; nothing while one has none.
+std::optional<std::vector<int>> CurrentPlace(output::Category& category) {
     DimensionOf(category).fpCurrent = &category;
     std::vector<int> key;
-    for (const auto& dimension : table.fvDimensions) {
-        if (!dimension->fpCurrent) return nullptr;
+    for (const auto& dimension : category.fpTable->fvDimensions) {
+        if (!dimension->fpCurrent) return {};
         key.push_back(dimension->fpCurrent->fOrdinal);
     }
-    return &table.fCells[key];
+    return key;
 }
 
 /// Half and split of what stands under a heading that is made now.
@@ -153,14 +154,16 @@ BpCategory BpGroup::Category(const BpCellText& text) {
 }
 
 void BpCategory::Cell(const BpCellText& text) {
-    if (output::Cell* cell = CurrentCell(As<output::Category>(fpNode))) cell->fpText = text.Node();
+    output::Category& category = As<output::Category>(fpNode);
+    if (const auto place = CurrentPlace(category)) category.fpTable->fCells[*place].fpText = text.Node();
 }
 
 void BpCategory::CellNote(const BpAnnotation& note) {
     output::Category& category = As<output::Category>(fpNode);
-    output::Cell* cell = CurrentCell(category);
-    // A note that comes before any cell of its row belongs to the row.
-    AddNoteOnce(cell ? cell->fvNotes : category.fvNotes, note);
+    const auto place = CurrentPlace(category);
+    const auto cell = place ? category.fpTable->fCells.find(*place) : category.fpTable->fCells.end();
+    // A note that comes before its cell belongs to the row.
+    AddNoteOnce(cell != category.fpTable->fCells.end() ? cell->second.fvNotes : category.fvNotes, note);
 }
 
 void BpCategory::Note(const BpAnnotation& note) {
