@@ -138,7 +138,7 @@ TEST(EstimatedMeans, BentScalesTransformLimitsAndLineariseDifferences) {
     EXPECT_EQ(oats.Estimator(bent).Estimate(two).fContrasts[0].fResult.fT, plain.fContrasts[0].fResult.fT);
 
     const ResponseScale falling{[](double eta) { return -eta; }, [](double) { return -1.0; }};
-    const ContrastResult& mirrored = oats.Estimator(falling).Estimate(request).fMeans[0].fResult;
+    const ContrastResult mirrored = oats.Estimator(falling).Estimate(request).fMeans[0].fResult;
     EXPECT_DOUBLE_EQ(mirrored.fLower, -plain.fMeans[0].fResult.fUpper);
     EXPECT_GT(mirrored.fUpper, mirrored.fLower);
 }

@@ -63,7 +63,7 @@ std::size_t HashOf(const Unit& unit) {
 bool SameShape(const Unit& a, const Unit& b) {
     if (a.fOrder != b.fOrder || a.fIdentity != b.fIdentity || a.fSlots != b.fSlots ||
         a.fPieces.size() != b.fPieces.size() || a.fZ.rows() != b.fZ.rows() || a.fZ.cols() != b.fZ.cols() ||
-        std::memcmp(a.fZ.data(), b.fZ.data(), sizeof(double) * a.fZ.size()) != 0) {
+        (a.fZ.array() != b.fZ.array()).any()) {
         return false;
     }
     for (std::size_t i = 0; i < a.fPieces.size(); ++i) {
