@@ -58,10 +58,10 @@ public:
     }
 
 private:
-    /// A terminal shows the viewer's tables, with the classic ones when some were asked for that only they have.
+    /// A reader is shown the viewer's tables, with the classic ones when some were asked for that only they have.
     const char* DefaultHalf(const command::Specification& specification) const {
         const bool classicOnly = specification.fPrint.fCorb || specification.fPrint.fCovb;
-        return fOptions.fFormat == Format::kText && !classicOnly ? "viewer" : "all";
+        return fOptions.fFormat != Format::kJson && !classicOnly ? "viewer" : "all";
     }
 
     void Drive() {

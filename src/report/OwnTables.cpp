@@ -1,5 +1,8 @@
 #include "report/OwnTables.h"
 
+#include <map>
+#include <string>
+
 namespace report {
 
 namespace {
@@ -60,7 +63,8 @@ public:
     void AddAll(const run::Wishes& wishes) {
         fDocument.SetHalf(output::Half::kClassic);
         AddEstimatesByCategory();
-        AddCovarianceParameters();
+        // The viewer's tables show these figures, where there are any.
+        if (!wishes.fDocuments) AddCovarianceParameters();
         fDocument.SetHalf(output::Half::kBoth);
         if (wishes.fCovarianceTests) AddCovarianceTests();
         for (const auto& test : fFigures.fCustomTests)
@@ -228,6 +232,54 @@ private:
     host::OutputDocument& fDocument;
 };
 
+/// Says the name of a covariance structure at the viewer's tables that show it as unknown, since their list lacks it.
+class StructureNames {
+public:
+    StructureNames(const run::Figures& figures, int split) : fFigures(figures), fSplit(split) {}
+
+    void AddUnder(output::Heading& heading) {
+        for (const auto& block : heading.fvBlocks) {
+            if (auto* inner = dynamic_cast<output::Heading*>(block.get())) {
+                if (!inner->fSplit || inner->fSplitOrdinal == fSplit) AddUnder(*inner);
+            } else if (auto* table = dynamic_cast<output::Table*>(block.get())) {
+                AddTo(*table);
+            }
+        }
+    }
+
+private:
+    void AddTo(output::Table& table) {
+        const std::string subType = table.fpSubType->Show(host::Catalogue::Current());
+        const bool residual = subType == "ResidualEffect";
+        if (!residual && subType != "CovarianceParameters" && subType != "RandomEffects") return;
+        // Random blocks have a table of each kind, in their order.
+        const std::string block = residual ? "residual" : std::to_string(++fSeen[subType]);
+        for (const auto& row : fFigures.fCovariance) {
+            if (row.fBlock != block) continue;
+            const auto name = kUnlisted.find(row.fStructure);
+            if (name == kUnlisted.end()) return;
+            BpComposite note("The covariance structure is ^1 ...", true);
+            note.Add(Key(name->second));
+            note.Finish();
+            table.fvNotes.push_back(note.Node());
+            return;
+        }
+    }
+
+    inline static const std::map<std::string, const char*> kUnlisted{
+        {"AD1", "First-order ante-dependence"},
+        {"CSR", "Compound symmetry, by its correlation"},
+        {"FA1", "First-order factor-analytic"},
+        {"FAH1", "First-order factor-analytic, heterogeneous"},
+        {"HF", "Huynh-Feldt"},
+        {"TPH", "Heterogeneous Toeplitz"},
+        {"UNR", "Unstructured, by its correlations"}};
+
+    const run::Figures& fFigures;
+    int fSplit;
+    std::map<std::string, int> fSeen;
+};
+
 }  // namespace
 
 void AddOwnTables(run::RunValue& run, host::OutputDocument& document) {
@@ -240,6 +292,8 @@ void AddOwnTables(run::RunValue& run, host::OutputDocument& document) {
         // Tables go under the heading of the split that the run value names.
         run.fSplitName = run.fvResults[i].fName;
         run.fSplitOrdinal = static_cast<int>(i);
+        const RefCountPtr<output::Node> root = document.Procedure().Node();
+        StructureNames(run.fvResults[i].fFigures, run.fSplitOrdinal).AddUnder(static_cast<output::Heading&>(*root));
         OwnTables(document.Procedure(), run.fvResults[i].fFigures, document).AddAll(run.fWishes);
     }
     run.fSplitName = name;
