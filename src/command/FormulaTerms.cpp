@@ -105,30 +105,33 @@ std::vector<FormulaTerm> FormulaExpander::Terms(const FormulaNode& node) const {
         case Kind::kOperator:
             break;
     }
-    if (node.fText == ":") return Product(node, true);
+    if (node.fText == ":") return Product(Terms(node.fvParts[0]), Terms(node.fvParts[1]), true);
     if (node.fText == "^") return RaisedTo(node);
     if (node.fText == "%in%") return Nested(node.fvParts[0], Terms(node.fvParts[1]));
     if (node.fText != "*" && node.fText != "/")
         throw CommandError{"a random term in parentheses can only be added, as in + (1 | group)", node.fAt};
     TermSum sum;
-    for (const FormulaTerm& term : Terms(node.fvParts[0]))
+    // Each side once: a chain of operators would double the work at every one.
+    const std::vector<FormulaTerm> left = Terms(node.fvParts[0]);
+    for (const FormulaTerm& term : left)
         sum.Add(term);
     if (node.fText == "/") {
         for (const FormulaTerm& term : Nested(node.fvParts[1], sum.fvTerms))
             sum.Add(term);
         return sum.fvTerms;
     }
-    for (const FormulaTerm& term : Terms(node.fvParts[1]))
+    const std::vector<FormulaTerm> right = Terms(node.fvParts[1]);
+    for (const FormulaTerm& term : right)
         sum.Add(term);
-    for (const FormulaTerm& term : Product(node, false))
+    for (const FormulaTerm& term : Product(left, right, false))
         sum.Add(term);
     return sum.fvTerms;
 }
 
-std::vector<FormulaTerm> FormulaExpander::Product(const FormulaNode& node, bool addPowers) const {
+std::vector<FormulaTerm> FormulaExpander::Product(const std::vector<FormulaTerm>& left,
+                                                  const std::vector<FormulaTerm>& right, bool addPowers) const {
     TermSum sum;
-    const std::vector<FormulaTerm> right = Terms(node.fvParts[1]);
-    for (const FormulaTerm& a : Terms(node.fvParts[0]))
+    for (const FormulaTerm& a : left)
         for (const FormulaTerm& b : right) {
             sum.Add(Joined(a, b, addPowers));
         }

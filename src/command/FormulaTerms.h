@@ -49,7 +49,8 @@ public:
 private:
     void AddSum(const FormulaNode& node, bool remove, TermSum& sum) const;
     std::vector<FormulaTerm> Terms(const FormulaNode& node) const;
-    std::vector<FormulaTerm> Product(const FormulaNode& node, bool addPowers) const;
+    std::vector<FormulaTerm> Product(const std::vector<FormulaTerm>& left, const std::vector<FormulaTerm>& right,
+                                     bool addPowers) const;
     std::vector<FormulaTerm> Nested(const FormulaNode& outer, const std::vector<FormulaTerm>& inner) const;
     std::vector<FormulaTerm> RaisedTo(const FormulaNode& node) const;
     FormulaTerm Single(int variable, int times, Position at) const;

@@ -114,6 +114,13 @@ TEST(Formula, RefusalsNameTheColumn) {
         EXPECT_THAT(Expand(expansion.fFormula), testing::HasSubstr(expansion.fCommand)) << expansion.fFormula;
 }
 
+TEST(Formula, LongChainsOfOperatorsAreReadAsFastAsShortOnes) {
+    std::string chain = "y ~ a";
+    for (int i = 0; i < 30; ++i)
+        chain += "*b*a";
+    EXPECT_EQ(Expand(chain), Expand("y ~ a*b"));
+}
+
 TEST(Formula, FactorMarksANumericColumnAsNominal) {
     command::CommandError error;
     const auto formula = command::Formula::Parse("y ~ factor(Day)*x + (1 | g)", error);
