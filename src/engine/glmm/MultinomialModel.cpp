@@ -132,6 +132,18 @@ protected:
         Eigen::VectorXd fShares;        ///< for the derived class's use
     };
 
+    /// The record with coefficient 1 of predictor k alone, in scratch. The predictors come in order.
+    double* TurnTo(int k, const double* record, std::vector<double>& scratch) const {
+        if (k == 0) {
+            scratch.assign(fStride, 0.0);
+            std::copy_n(record, fRecordWidth, scratch.data());
+        } else {
+            scratch[fRecordWidth + k - 1] = 0.0;
+        }
+        scratch[fRecordWidth + k] = 1.0;
+        return scratch.data();
+    }
+
     const double* Record(std::size_t i) const { return fView.Row(i * Predictors()); }
     int Code(std::size_t i) const { return static_cast<int>(Record(i)[fOriginal.fDependent]); }
 
@@ -204,10 +216,7 @@ public:
     }
 
     const double* PredictorRow(const double* record, int k, std::vector<double>& scratch) const override {
-        scratch.assign(fStride, 0.0);
-        std::copy_n(record, fRecordWidth, scratch.data());
-        scratch[fRecordWidth + k] = 1.0;
-        return scratch.data();
+        return TurnTo(k, record, scratch);
     }
 
     double Offset(const double* record) const override { return fValues.Offset(record); }
@@ -345,11 +354,9 @@ public:
     }
 
     const double* PredictorRow(const double* record, int k, std::vector<double>& scratch) const override {
-        scratch.assign(fStride, 0.0);
-        std::copy_n(record, fRecordWidth, scratch.data());
-        scratch[fRecordWidth + k] = 1.0;
-        scratch[fSlope] = -1.0;
-        return scratch.data();
+        double* row = TurnTo(k, record, scratch);
+        row[fSlope] = -1.0;
+        return row;
     }
 
     double Offset(const double* record) const override { return -fValues.Offset(record); }

@@ -194,6 +194,8 @@ private:
 
 MixedRow WorkingModel::Combination(const FitResult& fit, const double* record, int k, bool whole) const {
     std::vector<double> scratch;
+    for (int before = 0; before < k; ++before)
+        ForeignRow(record, before, scratch);
     const double* row = ForeignRow(record, k, scratch);
     if (!whole) return {fit.FixedRow(row), {}};
     MixedRow combination = fit.RecordRow(row);

@@ -44,7 +44,7 @@ public:
     /// Expands about eta. False, with the working rows undefined, when a mean is out of range there.
     virtual bool Linearise(const Eigen::VectorXd& eta, Workers& crew) = 0;
     /// A row whose fixed and random columns make predictor k of a record of the model's data, less the offset. It is
-    /// the record itself or stands in scratch.
+    /// the record itself or stands in scratch, which for k > 0 is as the call for k - 1 left it.
     virtual const double* PredictorRow(const double* record, int k, std::vector<double>& scratch) const = 0;
     /// What is added to that row's combination.
     virtual double Offset(const double* record) const = 0;
@@ -67,7 +67,7 @@ public:
     virtual void Translate(FitResult& result) const = 0;
 
 protected:
-    /// PredictorRow for a record that need not be one of the model's data.
+    /// PredictorRow for a record that need not be one of the model's data. scratch: as there.
     virtual const double* ForeignRow(const double* record, int k, std::vector<double>& scratch) const {
         return PredictorRow(record, k, scratch);
     }

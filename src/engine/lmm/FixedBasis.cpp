@@ -79,6 +79,7 @@ Eigen::MatrixXd FixedBasis::Accumulate(const RecordView& view, Workers& workers)
             sum.fFrequency += frequency;
             if (weight != 1.0) sum.fLogWeights += frequency * std::log(weight);
             for (int a = 0; a < effects; ++a) {
+                if (hits[a].fValue == 0.0) continue;
                 const double left = total * hits[a].fValue;
                 double* column = sum.fCross.col(hits[a].fColumn).data();
                 for (int b = a; b < effects; ++b)
@@ -87,6 +88,7 @@ Eigen::MatrixXd FixedBasis::Accumulate(const RecordView& view, Workers& workers)
             }
             sum.fCross(columns, columns) += total * target * target;
             for (int a = 0; weighted && a < effects; ++a) {
+                if (hits[a].fValue == 0.0) continue;
                 for (int b = a; b < effects; ++b)
                     sum.fPlain(hits[b].fColumn, hits[a].fColumn) += frequency * hits[a].fValue * hits[b].fValue;
             }

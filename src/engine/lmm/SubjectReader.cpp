@@ -174,7 +174,7 @@ int SubjectReader::KeptHits(const double* row, std::size_t record) {
     fKept.clear();
     for (const ColumnHit& hit : fHits) {
         const int kept = fBasis.KeptIndex(hit.fColumn);
-        if (kept >= 0) fKept.push_back({kept, hit.fValue});
+        if (kept >= 0 && hit.fValue != 0.0) fKept.push_back({kept, hit.fValue});
     }
     fKept.push_back({fBasis.Rank(), fBasis.Residual(row, record, fHits.data())});
     return static_cast<int>(fKept.size());
