@@ -37,11 +37,13 @@ Json SubjectText(const DocumentSource& source, const Namer& namer, const std::ve
     return {{"pattern", "[%1 = %2:, ^1 = ^2:]1"}, {"parts", Json::array({list})}};
 }
 
-Json BlockTable(const DocumentSource& source, const Namer& namer, int block) {
+/// predictorBlock counts the blocks of all predictors: those of the model, for a nominal target once for each category.
+Json BlockTable(const DocumentSource& source, const Namer& namer, int predictorBlock) {
+    const int block = predictorBlock % static_cast<int>(source.fSpec.fRandom.size());
     const RandomBlock& random = source.fSpec.fRandom[block];
     Json rows = Json::array();
     Json cells = Json::array();
-    for (const SubjectPrediction& subject : source.fFit.Predictions(block)) {
+    for (const SubjectPrediction& subject : source.fFit.Predictions(predictorBlock)) {
         Json terms = Json::array();
         for (Eigen::Index c = 0; c < subject.fEstimate.size(); ++c) {
             const RandomColumn& column = source.fFit.fRandomColumns[block][c];
@@ -64,7 +66,13 @@ Json BlockTable(const DocumentSource& source, const Namer& namer, int block) {
     dimensions.push_back({{"name", "Random Effects"}, {"place", "row"}, {"hideTitle", true}, {"categories", rows}});
     dimensions.push_back(
         {{"name", "Statistics"}, {"place", "column"}, {"hideTitle", true}, {"categories", statistics}});
-    return {{"dimensions", dimensions}, {"cells", cells}};
+    Json table = {{"dimensions", dimensions}, {"cells", cells}};
+    const int target = source.fGeneralized ? source.fGeneralized->TargetOfBlock(predictorBlock) : -1;
+    if (target >= 0 && target < static_cast<int>(source.fRun.fTargetCategories.size())) {
+        table["caption"] = {{"pattern", "Target category: ^1"},
+                            {"parts", Json::array({Json{{"data", source.fRun.fTargetCategories[target]}}})}};
+    }
+    return table;
 }
 
 }  // namespace
@@ -72,8 +80,10 @@ Json BlockTable(const DocumentSource& source, const Namer& namer, int block) {
 void WriteBlupJson(const DocumentSource& source, const std::vector<bool>& wanted, std::ostream& stream) {
     const Namer namer(source.fVariables, &source.fRun.fHidden);
     Json tables = Json::array();
-    for (std::size_t b = 0; b < source.fSpec.fRandom.size(); ++b) {
-        if (wanted[b]) tables.push_back(BlockTable(source, namer, static_cast<int>(b)));
+    const int blocks = static_cast<int>(source.fSpec.fRandom.size());
+    const int all = source.fGeneralized ? source.fGeneralized->RandomBlocks() : blocks;
+    for (int b = 0; b < all; ++b) {
+        if (wanted[b % blocks]) tables.push_back(BlockTable(source, namer, b));
     }
     const Json document = {{"glmm", {{"RandomEffectsParameters", {{"tables", tables}}}}}};
     stream << document.dump(1, ' ', false, Json::error_handler_t::replace) << '\n';

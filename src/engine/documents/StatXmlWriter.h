@@ -2,6 +2,7 @@
 
 #include "contracts/EngineVariables.h"
 #include "engine/documents/RecordSummary.h"
+#include "engine/glmm/WorkingModel.h"
 #include "engine/lmm/FitResult.h"
 #include "engine/means/MeansResults.h"
 #include "run/RunValue.h"
@@ -18,6 +19,7 @@ struct DocumentSource {
     const run::RunValue& fRun;
     const RecordSummary& fSummary;
     const MeansResults& fMeans;
+    const WorkingModel* fGeneralized = nullptr;  ///< null for a linear mixed model
 };
 
 /// Writes the result document: build settings, string maps, diagnostics, estimates, messages. docs/documents.md has its

@@ -149,14 +149,19 @@ private:
         return fNamer.Term(fSpec.fRandom[block].fEffects[source.fEffect], source.fLevels);
     }
 
+    /// A nominal target's predictors have the blocks again, each for its own category.
+    int AllBlocks() const {
+        return fGeneralized ? fGeneralized->RandomBlocks() : static_cast<int>(fSpec.fRandom.size());
+    }
+    int OwnBlock(int block) const { return block % static_cast<int>(fSpec.fRandom.size()); }
+    std::optional<std::string> TargetOfBlock(int block) const {
+        return fGeneralized ? TargetText(fGeneralized->TargetOfBlock(block)) : std::nullopt;
+    }
+
     void RandomEffects() {
-        // A multinomial target's predictors have the blocks again, each for its own category.
-        const int blocks = static_cast<int>(fSpec.fRandom.size());
-        const int all = fGeneralized ? fGeneralized->RandomBlocks() : blocks;
-        for (int b = 0; b < all; ++b) {
-            const int block = b % blocks;
-            const std::optional<std::string> target =
-                fGeneralized ? TargetText(fGeneralized->TargetOfBlock(b)) : std::nullopt;
+        for (int b = 0; b < AllBlocks(); ++b) {
+            const int block = OwnBlock(b);
+            const std::optional<std::string> target = TargetOfBlock(b);
             for (const SubjectPrediction& subject : fFit.Predictions(b)) {
                 const std::string name = fNamer.Categories(fSpec.fRandom[block].fSubjects, subject.fSubject);
                 for (Eigen::Index c = 0; c < subject.fEstimate.size(); ++c) {
@@ -191,16 +196,17 @@ private:
     }
 
     void GMatrices() {
-        for (std::size_t b = 0; b < fSpec.fRandom.size(); ++b) {
-            const int block = static_cast<int>(b);
+        for (int b = 0; b < AllBlocks(); ++b) {
+            const int block = OwnBlock(b);
             std::vector<std::string> names;
-            for (int c = 0; c < fFit.fNumColumns[b]; ++c)
+            for (int c = 0; c < fFit.fNumColumns[block]; ++c)
                 names.push_back(ColumnTerm(block, c));
-            const int groups = fSpec.fRandom[b].fGroup < 0 ? 0 : static_cast<int>(GroupTexts(block).size());
+            const int groups = fSpec.fRandom[block].fGroup < 0 ? 0 : static_cast<int>(GroupTexts(block).size());
             for (int group = groups ? 0 : -1; group < groups; ++group) {
                 std::string title = "G Matrix: block " + std::to_string(block + 1);
                 if (group >= 0) title += ", " + GroupTexts(block)[group];
-                fFigures.fMatrices.push_back({title, names, names, Rows(fFit.RandomCovariance(block, group))});
+                if (const auto target = TargetOfBlock(b)) title += ", " + *target;
+                fFigures.fMatrices.push_back({title, names, names, Rows(fFit.RandomCovariance(b, group))});
             }
         }
     }

@@ -155,7 +155,13 @@ bool GLMMAlgorithm::Impl::WantsDocuments() const {
 }
 
 engine::DocumentSource GLMMAlgorithm::Impl::Documents() const {
-    return {fpModel->fFit, fpModel->fSpec, fVariables, fpRun ? *fpRun : fNoRun, fpModel->fSummary, fpModel->fMeans};
+    return {fpModel->fFit,
+            fpModel->fSpec,
+            fVariables,
+            fpRun ? *fpRun : fNoRun,
+            fpModel->fSummary,
+            fpModel->fMeans,
+            fpModel->fGeneralized.get()};
 }
 
 /// The second half of the system is called back with these.
