@@ -101,6 +101,9 @@ struct RecordBlock {
     const double* fpValues = nullptr;
     std::size_t fCount = 0;
     int fStride = 0;
+    /// Row of the data, counted from 1 behind the header, of the first record in the data's order that fits; 0 when
+    /// none does. It reads the split's data again: for sentences about what is wrong with them.
+    std::function<long(const std::function<bool(const double* record)>& fits)> fFindRow;
 };
 
 /// The categories of a categorical target in the present split, by code, as texts; empty for other targets.

@@ -19,6 +19,7 @@ constexpr long kBadStart = 130025;
 constexpr long kStopped = 130032;
 constexpr long kNotBuilt = 130018;
 constexpr long kHalvingsReached = 130024;
+constexpr long kPerfectFit = 230092;
 constexpr long kNearsZero = 130044;
 constexpr long kSeparation = 130045;
 constexpr long kIterationLimit = 230036;
@@ -26,8 +27,10 @@ constexpr long kIterationLimit = 230036;
 constexpr double kSettled = 1e-7;     // relative change of predictors and parameters that ends the outer iteration
 constexpr double kGlmSettled = 1e-4;  // the same of the starting fit
 constexpr int kGlmIterations = 12;
-constexpr int kUndamped = 6;   // outer iterations before damping is thought of
-constexpr double kSlow = 0.7;  // ratio of changes from which on it is tried
+constexpr int kInnerIterations = 100;  // at least, of each linear mixed model
+constexpr double kPerfect = 1e-11;     // residual, in sizes of the largest value, that is rounding
+constexpr int kUndamped = 6;           // outer iterations before damping is thought of
+constexpr double kSlow = 0.7;          // ratio of changes from which on it is tried
 constexpr double kLeastDamping = 0.125;
 constexpr int kBeforeSeparation = 8;  // outer iterations before predictors at the edge count as on their way out
 constexpr double kRunsAway = 0.05;    // change of a predictor, an iteration, that does
@@ -43,13 +46,21 @@ bool IsCancelled(const ModelSpec& spec) {
 /// The outer iteration of one fit.
 class PseudoLikelihood {
 public:
-    PseudoLikelihood(const ModelSpec& spec, std::shared_ptr<WorkingModel> model)
-        : fSpec(spec), fModel(std::move(model)), fCrew(spec.fThreads), fFit(Inner(), fModel->View(), fModel) {}
+    PseudoLikelihood(const ModelSpec& spec, const TargetSpec& target, std::shared_ptr<WorkingModel> model)
+        : fSpec(spec),
+          fTarget(target),
+          fModel(std::move(model)),
+          fCrew(spec.fThreads),
+          fFit(Inner(), fModel->View(), fModel) {}
 
     FitResult Fit() {
         FitResult failed;
         failed.fStatus = Start();
         if (!failed.fStatus.IsError()) failed.fStatus = Iterate();
+        if (!failed.fStatus.IsError() && IsPerfect()) {
+            failed.fStatus = {kPerfectFit, Severity::kError,
+                              "The model reproduces the target exactly: no residual is left."};
+        }
         if (failed.fStatus.IsError()) {
             failed.fHistory = fHistory;
             return failed;
@@ -57,9 +68,13 @@ public:
         FitResult result = fFit.Conclude();
         result.fHistory = fHistory;
         result.fIterations = static_cast<int>(fHistory.size());
-        if (fEnd.fCode != 0) result.fWarnings.push_back(fEnd);
-        if (!result.fStatus.IsError() && !result.fWarnings.empty()) result.fStatus = result.fWarnings.back();
+        const std::vector<int> endless = fEnd.fCode == kSeparation ? EndlessColumns() : std::vector<int>();
         fModel->Translate(result);
+        if (!endless.empty()) fEnd.fDetail += NamesOf(endless, result);
+        const bool told = std::any_of(result.fWarnings.begin(), result.fWarnings.end(),
+                                      [&](const FitStatus& warning) { return warning.fCode == fEnd.fCode; });
+        if (fEnd.fCode != 0 && !told) result.fWarnings.push_back(fEnd);
+        if (!result.fStatus.IsError() && !result.fWarnings.empty()) result.fStatus = result.fWarnings.back();
         return result;
     }
 
@@ -74,6 +89,7 @@ private:
     ModelSpec Inner() const {
         ModelSpec inner = fModel->Spec();
         inner.fProgress = nullptr;
+        inner.fMaxIterations = std::max(inner.fMaxIterations, kInnerIterations);
         return inner;
     }
 
@@ -143,6 +159,19 @@ private:
         return 0.0;
     }
 
+    /// Whether a scale that is estimated has nothing to be estimated from.
+    bool IsPerfect() const {
+        const ModelSpec& spec = fModel->Spec();
+        if (spec.fResidual.fUnitScale || HasResidualStructure(spec)) return false;
+        double largest = 0.0, residual = 0.0;
+        for (std::size_t i = 0; i < fModel->Records(); ++i) {
+            const double value = fModel->View().Row(i)[spec.fDependent];
+            largest = std::max(largest, std::abs(value));
+            residual = std::max(residual, std::abs(value - fModel->Fitted(i, &fEta[static_cast<Eigen::Index>(i)])));
+        }
+        return residual <= kPerfect * largest;
+    }
+
     bool ThetaSettled(const Eigen::VectorXd& before) const {
         if (before.size() == 0) return fFit.Outcome().fTheta.size() == 0;
         const Eigen::VectorXd now = fFit.Theta();
@@ -160,6 +189,7 @@ private:
         if (fBeta.size() == beta.size() && beta.size() > 0) {
             record->fMaxChange = std::max(record->fMaxChange, (beta - fBeta).cwiseAbs().maxCoeff());
         }
+        if (fBeta.size() == beta.size()) fBetaMove = beta - fBeta;
         fBeta = beta;
         fHistory.push_back(std::move(*record));
         *record = fHistory.back();
@@ -179,18 +209,56 @@ private:
         } else {
             fEnd = {kSeparation, Severity::kWarning,
                     "The fitted probabilities of " + std::to_string(count) +
-                        " records go to 0 or 1: a coefficient has no end. Look for a category of a predictor in which "
-                        "the target is always the same."};
+                        " records go to 0 or 1. Look for a category of a predictor in which the target is always the "
+                        "same."};
         }
         return Fine();
     }
 
+    /// Columns whose coefficients still moved some record's predictor by a step of their own when the iteration ended.
+    std::vector<int> EndlessColumns() {
+        const EffectDesign& design = fFit.Model().Basis().Design();
+        Eigen::VectorXd reach = Eigen::VectorXd::Zero(design.NumColumns());
+        std::vector<ColumnHit> hits(design.NumEffects());
+        std::vector<double> scratch;
+        const int p = fModel->Predictors();
+        for (std::size_t i = 0; i < fModel->Records(); ++i) {
+            for (int k = 0; k < p; ++k) {
+                design.PlainHits(fModel->PredictorRow(fModel->View().Row(i * p), k, scratch), hits.data());
+                for (const ColumnHit& hit : hits)
+                    reach[hit.fColumn] = std::max(reach[hit.fColumn], std::abs(hit.fValue));
+            }
+        }
+        std::vector<int> endless;
+        for (Eigen::Index j = 0; j < std::min(reach.size(), fBetaMove.size()); ++j) {
+            if (reach[j] * std::abs(fBetaMove[j]) > kRunsAway) endless.push_back(static_cast<int>(j));
+        }
+        return endless;
+    }
+
+    /// " These coefficients have no end: ..."; empty when the target can't name them.
+    std::string NamesOf(const std::vector<int>& columns, const FitResult& result) const {
+        if (!fTarget.fTermName) return {};
+        std::string names;
+        for (int column : columns) {
+            const FixedParameter& parameter = result.fFixed[column];
+            std::string name =
+                parameter.fThreshold ? "the threshold" : fTarget.fTermName(parameter.fEffect, parameter.fLevels);
+            if (parameter.fTarget >= 0 && parameter.fTarget < static_cast<int>(fTarget.fCategoryNames.size()))
+                name += " of category " + fTarget.fCategoryNames[parameter.fTarget];
+            names += (names.empty() ? "" : ", ") + name;
+        }
+        return " These coefficients have no end: " + names + ".";
+    }
+
     const ModelSpec& fSpec;
+    const TargetSpec& fTarget;
     std::shared_ptr<WorkingModel> fModel;
     Workers fCrew;
     RepeatedFit fFit;
     Eigen::VectorXd fEta;
     Eigen::VectorXd fBeta;
+    Eigen::VectorXd fBetaMove;  ///< change of fBeta in the last iteration
     std::vector<IterationRecord> fHistory;
     FitStatus fEnd = Fine();
 };
@@ -210,7 +278,7 @@ GlmmResult FitGlmm(const ModelSpec& spec, const TargetSpec& target, const Record
     }
     try {
         const std::shared_ptr<WorkingModel> model = MakeWorkingModel(spec, target, view);
-        PseudoLikelihood pseudo(spec, model);
+        PseudoLikelihood pseudo(spec, target, model);
         result.fFit = pseudo.Fit();
         result.fFit.fWarnings.insert(result.fFit.fWarnings.begin(), verdict.fWarnings.begin(), verdict.fWarnings.end());
         if (result.fFit.HasEstimates()) {

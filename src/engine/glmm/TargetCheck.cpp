@@ -5,13 +5,17 @@
 #include "engine/glmm/WorkingModel.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
+#include <limits>
 
 namespace engine {
 
 namespace {
 
 constexpr long kNotBuilt = 130018;
+constexpr long kZeroScale = 130074;
 
 FitStatus Refuse(const std::string& sentence) {
     return {kNotBuilt, Severity::kError, sentence};
@@ -19,6 +23,34 @@ FitStatus Refuse(const std::string& sentence) {
 
 std::string CategoryName(const TargetSpec& target, std::size_t code) {
     return code < target.fCategoryNames.size() ? target.fCategoryNames[code] : std::to_string(code + 1);
+}
+
+/// The shortest text that reads back to the same double.
+std::string NumberText(double value) {
+    std::array<char, 32> buffer;
+    return {buffer.data(), std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr};
+}
+
+/// The sentence about a record of the view whose value is objected to; of several, that on the first in the data.
+FitStatus RefuseRecord(const Family& family, const ModelSpec& spec, const TargetSpec& target, const RecordView& view,
+                       std::size_t index) {
+    const TargetValues values(target, spec);
+    const double* record = view.Row(index);
+    const char* objection = nullptr;
+    double value = 0.0, trials = 1.0;
+    const auto fits = [&](const double* candidate) {
+        trials = values.Trials(candidate);
+        value = candidate[spec.fDependent];
+        objection = family.Objection(values.Value(candidate), trials);
+        return objection != nullptr;
+    };
+    const long row = target.fFindRow ? target.fFindRow(fits) : 0;
+    if (row == 0) fits(record);
+    std::string sentence = "The target " + target.fName + " " + objection + " in ";
+    sentence += row > 0 ? "row " + std::to_string(row) + " of the data" : "record " + std::to_string(index + 1);
+    sentence += ": " + NumberText(value);
+    if (target.HasTrials()) sentence += " of " + NumberText(trials);
+    return Refuse(sentence + ".");
 }
 
 bool IsMultinomial(const TargetSpec& target) {
@@ -86,18 +118,25 @@ TargetVerdict CheckTarget(const ModelSpec& spec, const TargetSpec& target, const
     if (target.fCategories > 0) return CheckCategories(spec, target, view);
     const std::unique_ptr<Family> family = MakeFamily(target.fDistribution);
     const TargetValues values(target, spec);
-    double sum = 0.0;
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
     for (std::size_t i = 0; i < view.fCount; ++i) {
         const double* record = view.Row(i);
-        if (const char* objection = family->Objection(values.Value(record), values.Trials(record))) {
-            verdict.fRefusal =
-                Refuse("The target " + target.fName + " " + objection + " in record " + std::to_string(i + 1) + ".");
+        if (family->Objection(values.Value(record), values.Trials(record))) {
+            verdict.fRefusal = RefuseRecord(*family, spec, target, view, i);
             return verdict;
         }
-        sum += std::abs(values.Value(record));
+        low = std::min(low, values.Value(record));
+        high = std::max(high, values.Value(record));
     }
-    if (family->HasUnitScale() && sum == 0.0) {
-        verdict.fRefusal = Refuse("The target " + target.fName + " is 0 in all records: there is nothing to estimate.");
+    if (low < high) return verdict;
+    if (!family->HasUnitScale() && spec.fIntercept) {
+        verdict.fRefusal = {
+            kZeroScale, Severity::kError,
+            "The target " + target.fName + " is the same in all records: there is no variance to estimate."};
+    } else if (family->HasUnitScale() && (high == 0.0 || (family->IsBounded() && low == 1.0))) {
+        verdict.fRefusal = Refuse("The target " + target.fName + " is " + (high == 0.0 ? "0" : "at its upper limit") +
+                                  " in all records: there is nothing to estimate.");
     }
     return verdict;
 }

@@ -14,7 +14,8 @@ struct TargetVerdict {
 };
 
 /// Looks at the target before anything is fitted: whether distribution, link and model go together, and every record's
-/// value. A refusal says which variable, and the first record in question, counted as the records stand.
+/// value. A refusal says which variable, which value, and where the first record in question stands: in the user's data
+/// when the target knows them, else among the records.
 TargetVerdict CheckTarget(const ModelSpec& spec, const TargetSpec& target, const RecordView& view);
 
 }  // namespace engine

@@ -2,6 +2,7 @@
 
 #include "run/RunValue.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,6 +26,10 @@ struct TargetSpec {
     std::string fName = "target";
     std::vector<std::string> fCategoryNames;  ///< by code; may be empty
     std::vector<double> fCategoryValues;      ///< by code; empty: the code counted from 1
+    /// Row of the user's data of the first record that fits, as run::RecordBlock has it; may be empty.
+    std::function<long(const std::function<bool(const double* record)>& fits)> fFindRow;
+    /// The name of a column of the fixed effects: index into ModelSpec::FixedEffects, level codes; may be empty.
+    std::function<std::string(int effect, const std::vector<int>& levels)> fTermName;
 
     double ValueOfCategory(int code) const {
         return code < static_cast<int>(fCategoryValues.size()) ? fCategoryValues[code] : code + 1.0;

@@ -160,6 +160,10 @@ TargetSpec BuildTargetSpec(const ModelSpec& spec, const MCVarList& variables, co
         target.fTrialsValue = run.fTarget.fTrialsValue;
     }
     target.fName = Namer(variables).Variable(spec.fDependent);
+    target.fFindRow = run.fRecords.fFindRow;
+    target.fTermName = [&variables, effects = spec.FixedEffects()](int effect, const std::vector<int>& levels) {
+        return Namer(variables).Term(effects[effect], levels);
+    };
     if (run.fTarget.IsCategorical()) AddCategories(run, target);
     return target;
 }

@@ -19,7 +19,7 @@ ModelSpec BuildModelSpec(const GLMMSettings& settings, const MCVarList* variable
 /// Whether the run's target asks for more than a linear mixed model.
 bool IsGeneralized(const run::RunValue* run);
 
-/// The run's target in record indices. variables: the record's, for the dependent's name.
+/// The run's target in record indices. variables: the record's, for names; it refers to them.
 TargetSpec BuildTargetSpec(const ModelSpec& spec, const MCVarList& variables, const run::RunValue& run);
 
 /// The records behind an iterator as one block: the run's mapped block when the iterator is the one that it belongs

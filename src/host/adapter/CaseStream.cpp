@@ -293,6 +293,25 @@ std::uint64_t ACAInputAdapter::Impl::InputRow(std::size_t index) {
     return static_cast<std::uint64_t>(fInputRows[fKept[index]]);
 }
 
+std::uint64_t ACAInputAdapter::Impl::FindRow(const std::function<bool(const double* record)>& fits) {
+    const double counts[] = {fCases, fInvalid, fWeightCases, fWeightInvalid};
+    fFirst = fEnd = fNext = fpTable->Splits()[fSplit].fFirst;
+    std::uint64_t row = 0;
+    while (row == 0 && NextBlock()) {
+        for (std::size_t i = 0; i < fKept.size() && row == 0; ++i) {
+            if (fits(BlockRecord(i))) row = InputRow(i) + 1;
+        }
+    }
+    fFirst = fEnd = fNext = fSplitEnd;
+    fKept.clear();
+    fAt = 0;
+    fCases = counts[0];
+    fInvalid = counts[1];
+    fWeightCases = counts[2];
+    fWeightInvalid = counts[3];
+    return row;
+}
+
 // What the run value tells of the present split: its number and values, and the categories that only it knows.
 void ACAInputAdapter::Impl::Publish() {
     run::RunValue* run = run::Current();

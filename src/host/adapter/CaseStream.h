@@ -6,6 +6,7 @@
 #include "host/data/DataSource.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -55,6 +56,9 @@ struct ACAInputAdapter::Impl {
     std::size_t Stride() const { return fColumns.size(); }
     const double* BlockRecord(std::size_t index) const { return fRecords.data() + index * Stride(); }
     std::uint64_t InputRow(std::size_t index);
+    /// Input row of the present split's first record that fits, from 1; 0 for none. The stream must be at the split's
+    /// end, and is again.
+    std::uint64_t FindRow(const std::function<bool(const double* record)>& fits);
 
     host::SplitCategories* Present() { return fSplit >= 0 ? &fSplits[fSplit] : nullptr; }
     const host::SplitCategories* Present() const { return fSplit >= 0 ? &fSplits[fSplit] : nullptr; }

@@ -179,7 +179,13 @@ bool ACADataFileIter::FillDataFile(RecordIterator& records) {
         }
         return false;
     }
-    if (run != nullptr) run->fRecords = {this, file.Records(), file.Count(), static_cast<int>(file.Stride())};
+    if (run == nullptr) return true;
+    run->fRecords = {this, file.Records(), file.Count(), static_cast<int>(file.Stride()), nullptr};
+    if (own) {
+        run->fRecords.fFindRow = [&stream = fpImpl->fStream](const auto& fits) {
+            return static_cast<long>(stream.FindRow(fits));
+        };
+    }
     return true;
 }
 
