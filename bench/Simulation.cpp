@@ -130,13 +130,16 @@ struct Parameter {
     double fSum = 0.0;
     double fSquares = 0.0;
     double fErrors = 0.0;
+    int fWithError = 0;  ///< replicates that have a standard error: a variance at 0 has none
 
     void Add(double estimate, double error, double lower, double upper) {
         ++fCount;
         fCovered += lower <= fTruth && fTruth <= upper;
         fSum += estimate;
         fSquares += estimate * estimate;
+        if (std::isnan(error)) return;
         fErrors += error;
+        ++fWithError;
     }
     double Mean() const { return fSum / fCount; }
     double Deviation() const { return std::sqrt(std::max(0.0, fSquares / fCount - Mean() * Mean())); }
@@ -204,8 +207,8 @@ void Print(const Study& study, const Outcome& outcome) {
     for (const Parameter& parameter : outcome.fParameters) {
         fmt::print("| {} | {} x {} | {} | {:.2f} | {:.3f} | {:.3f} | {:.3f} | {:.1f} | {} | {} |\n", study.fName,
                    study.fClusters, study.fPerCluster, parameter.fName, parameter.fTruth, parameter.Mean(),
-                   parameter.Deviation(), parameter.fErrors / parameter.fCount, parameter.Coverage(), outcome.fWarned,
-                   outcome.fFailed);
+                   parameter.Deviation(), parameter.fErrors / parameter.fWithError, parameter.Coverage(),
+                   outcome.fWarned, outcome.fFailed);
     }
     std::fflush(stdout);
 }

@@ -1,5 +1,6 @@
 #include "report/OwnTables.h"
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -55,6 +56,27 @@ void PutLimits(BpDimension& columns, double lower, double upper) {
     Put(limits, "Upper", upper, BpProcedure::Coefficient());
 }
 
+bool IsPseudo(const run::Figures& figures) {
+    return figures.fLikelihood == "pseudo";
+}
+
+/// The system's tables of information criteria, by their sub-types.
+bool HasCriteria(const output::Table& table) {
+    const std::string subType = table.fpSubType ? table.fpSubType->Identity() : std::string();
+    return subType == output::MakeString("ModelSummary", false)->Identity() ||
+           subType == output::MakeString("Information Criteria", true)->Identity();
+}
+
+/// Says that criteria come from a pseudo-likelihood wherever they are shown.
+void NoteCriteria(output::Heading& under) {
+    for (const auto& block : under.fvBlocks) {
+        if (auto* heading = dynamic_cast<output::Heading*>(block.get())) NoteCriteria(*heading);
+        auto* table = dynamic_cast<output::Table*>(block.get());
+        if (table && HasCriteria(*table))
+            table->fvNotes.push_back(output::MakeString("Pseudo-likelihood criteria ...", true));
+    }
+}
+
 class OwnTables {
 public:
     OwnTables(BpHeading heading, const run::Figures& figures, host::OutputDocument& document)
@@ -66,6 +88,7 @@ public:
         // The viewer's tables show these figures, where there are any.
         if (!wishes.fDocuments) AddCovarianceParameters();
         fDocument.SetHalf(output::Half::kBoth);
+        AddDetails();
         if (wishes.fCovarianceTests) AddCovarianceTests();
         for (const auto& test : fFigures.fCustomTests)
             AddCustomTest(test);
@@ -75,6 +98,15 @@ public:
     }
 
 private:
+    /// What is known beyond the system's messages: which variable, which row, which coefficient.
+    void AddDetails() {
+        for (const auto& message : fFigures.fMessages) {
+            if (message.fText.empty()) continue;
+            fDocument.AddMessage(output::MakeString(message.fText, false),
+                                 message.fLevel == "error" ? kLevelError : kLevelWarning);
+        }
+    }
+
     BpPivotTable Table(const BpCellText& title, const char* subType) {
         return fHeading.PivotTable(title, Plain(subType), true);
     }
@@ -204,6 +236,7 @@ private:
             columns.Category(Key("Method")).Cell(Key(row.fMethod.c_str()));
             Put(columns, "Objective", row.fObjective, BpProcedure::GeneralStat());
             Put(columns, "Change", row.fChange, BpProcedure::GeneralStat());
+            if (IsPseudo(fFigures)) Put(columns, "Damping", row.fDamping, BpProcedure::GeneralStat());
             Put(columns, "Step-halvings", row.fHalvings, BpProcedure::Count());
             auto thetas = columns.Group(Key("Covariance Parameters"), true, BpGroup::kInsertion);
             for (std::size_t t = 0; t < row.fTheta.size(); ++t) {
@@ -211,7 +244,8 @@ private:
                     .Cell(BpNumber(row.fTheta[t], BpProcedure::Coefficient()));
             }
         }
-        table.Caption(Key("Iteration history, criterion ..."));
+        table.Caption(
+            Key(IsPseudo(fFigures) ? "Iteration history, pseudo-likelihood ..." : "Iteration history, criterion ..."));
     }
 
     void AddMatrix(const run::NamedMatrix& matrix) {
@@ -296,6 +330,9 @@ void AddOwnTables(run::RunValue& run, host::OutputDocument& document) {
         StructureNames(run.fvResults[i].fFigures, run.fSplitOrdinal).AddUnder(static_cast<output::Heading&>(*root));
         OwnTables(document.Procedure(), run.fvResults[i].fFigures, document).AddAll(run.fWishes);
     }
+    const auto pseudo = [](const run::SplitResult& result) { return IsPseudo(result.fFigures); };
+    if (std::any_of(run.fvResults.begin(), run.fvResults.end(), pseudo))
+        NoteCriteria(static_cast<output::Heading&>(*document.Procedure().Node()));
     run.fSplitName = name;
     run.fSplitOrdinal = ordinal;
     document.SetHalf(half);

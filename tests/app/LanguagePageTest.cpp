@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace {
 
@@ -38,6 +39,27 @@ TEST(LanguagePage, NamesEveryKeyword) {
                 EXPECT_THAT(page, testing::HasSubstr(word)) << parameter.fName;
         }
     }
+}
+
+// Every line is run as it stands, from the place where the page says its data are.
+TEST(TargetsPage, ItsExamplesAreFitted) {
+    std::istringstream lines(apptest::ReadFile(kSource + "/docs/targets.md"));
+    std::string line;
+    bool open = false;
+    int examples = 0;
+    while (std::getline(lines, line)) {
+        if (line.starts_with("```")) {
+            open = line == "```sh";
+            continue;
+        }
+        if (!open) continue;
+        const auto outcome = apptest::RunShell(line + " --format json", kSource);
+        EXPECT_EQ(outcome.fExit, 0) << line << '\n' << outcome.fErr;
+        EXPECT_THAT(outcome.fOut, testing::HasSubstr("\"converged\": true")) << line;
+        EXPECT_THAT(outcome.fOut, testing::HasSubstr("\"likelihood\": \"pseudo\"")) << line;
+        ++examples;
+    }
+    EXPECT_GE(examples, 8);
 }
 
 }  // namespace
