@@ -90,6 +90,8 @@ public:
         fDocument.SetHalf(output::Half::kBoth);
         AddDetails();
         if (wishes.fCovarianceTests) AddCovarianceTests();
+        for (const auto& request : fFigures.fMeans)
+            AddMeansByCategory(request);
         for (const auto& test : fFigures.fCustomTests)
             AddCustomTest(test);
         AddHistory();
@@ -188,6 +190,43 @@ private:
             Put(columns, "Std. Error", row.fStdError, BpProcedure::CoefficientSE());
             Put(columns, "Wald Z", row.fZ, BpProcedure::GeneralStat());
             Put(columns, "Sig.", row.fP, BpProcedure::Significance());
+        }
+    }
+
+    static std::string LevelTexts(const run::Levels& levels) {
+        std::string text;
+        for (const auto& [name, value] : levels)
+            text += (text.empty() ? "" : ", ") + name + " = " + value;
+        return text;
+    }
+
+    /// Estimated means of a target of several categories, which the system's tables have no place for.
+    void AddMeansByCategory(const run::MeansRequest& request) {
+        if (request.fEstimates.empty() || request.fEstimates[0].fLevels.size() <= request.fFactors.size()) return;
+        auto means = Table(Key("Estimated Means"), "Estimated Means by Category");
+        auto rows = Rows(means, "Levels", 1, true);
+        auto columns = Columns(means, "Statistics");
+        for (std::size_t i = 0; i < request.fEstimates.size(); ++i) {
+            const auto& row = request.fEstimates[i];
+            rows.Category(Numbered(LevelTexts(row.fLevels), i));
+            Put(columns, "Mean", row.fMean, BpProcedure::Coefficient());
+            Put(columns, "Std. Error", row.fStdError, BpProcedure::CoefficientSE());
+            Put(columns, "df", row.fDf, BpProcedure::Count());
+            PutLimits(columns, row.fLower, row.fUpper);
+        }
+        if (request.fContrasts.empty()) return;
+        auto contrasts = Table(Key("Contrasts"), "Contrasts by Category");
+        auto pairs = Rows(contrasts, "Levels", 1, true);
+        auto statistics = Columns(contrasts, "Statistics");
+        for (std::size_t i = 0; i < request.fContrasts.size(); ++i) {
+            const auto& row = request.fContrasts[i];
+            pairs.Category(Numbered(LevelTexts(row.fAt) + ": " + row.fContrast, i));
+            Put(statistics, "Estimate", row.fEstimate, BpProcedure::Coefficient());
+            Put(statistics, "Std. Error", row.fStdError, BpProcedure::CoefficientSE());
+            Put(statistics, "df", row.fDf, BpProcedure::Count());
+            Put(statistics, "t", row.fT, BpProcedure::GeneralStat());
+            Put(statistics, "Adj. Sig.", row.fPAdjusted, BpProcedure::Significance());
+            PutLimits(statistics, row.fLower, row.fUpper);
         }
     }
 

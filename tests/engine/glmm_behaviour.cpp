@@ -3,6 +3,7 @@
 #include "engine/documents/MomentFit.h"
 #include "engine/glmm/Family.h"
 #include "engine/glmm_models.h"
+#include "engine/means/EstimatedMeans.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -237,6 +238,59 @@ TEST(GlmmBehaviour, PredictionsAreOnTheScaleOfTheTarget) {
     EXPECT_NEAR(fixed.fValue, size * mean, 1e-10);
     EXPECT_NEAR(fixed.fStdError, size * mean * (1.0 - mean) * linear.fStdError, 1e-10);
     EXPECT_NEAR(result.fModel->Predict(result.fFit, record, true).fValue, result.fFitted[3], 1e-6);
+}
+
+// With one factor the means of categories are the fixed predictions of a level's records.
+void ExpectMeansOfCategories(Distribution distribution, CsvRecords data, const std::string& target,
+                             const std::string& factor, const std::string& subject) {
+    SCOPED_TRACE(NameOf(distribution));
+    ModelSpec spec = Spec(data, data[target], {Factor(data[factor])});
+    AddIntercept(spec, data[subject]);
+    const RecordView view = data.View(spec);
+    TargetSpec categories = Target(distribution, Link::kLogit);
+    categories.fCategories = spec.fLevels[data[target]];
+    const GlmmResult result = FitGlmm(spec, categories, view);
+    ASSERT_NE(result.fModel, nullptr) << result.fFit.fStatus.fDetail;
+    const RecordMeans averages = AverageRecords(spec, view);
+    MeansRequest request;
+    request.fFactors = {data[factor]};
+    request.fCompare = 0;
+    request.fContrast = run::ContrastKind::kPairwise;
+    ResponseScale scale;
+    scale.fpMultinomial = result.fModel.get();
+    double difference = 0.0;
+    for (scale.fCategory = 0; scale.fCategory < categories.fCategories; ++scale.fCategory) {
+        const EstimatedMeans means = MeansEstimator(result.fFit, spec, averages, scale).Estimate(request);
+        for (std::size_t i = 0; i < view.fCount; i += 7) {
+            const double* record = view.Row(i);
+            const ContrastResult& mean = means.fMeans[static_cast<std::size_t>(record[data[factor]])].fResult;
+            const TargetPrediction fixed = result.fModel->Predict(result.fFit, record, false);
+            EXPECT_NEAR(mean.fEstimate, fixed.fProbabilities[scale.fCategory], 1e-12);
+            EXPECT_TRUE(0.0 < mean.fLower && mean.fLower < mean.fEstimate && mean.fUpper < 1.0);
+            if (fixed.fValue == scale.fCategory + 1.0) {
+                EXPECT_NEAR(mean.fStdError, fixed.fStdError, 1e-12);
+            }
+        }
+        difference += means.fContrasts.at(0).fResult.fEstimate;
+    }
+    EXPECT_NEAR(difference, 0.0, 1e-12);
+    request.fLinkScale = true;
+    for (scale.fPredictor = 0; scale.fPredictor < categories.fCategories - 1; ++scale.fPredictor) {
+        const EstimatedMeans means = MeansEstimator(result.fFit, spec, averages, scale).Estimate(request);
+        const bool ordinal = distribution == Distribution::kOrdinal;
+        const int column = ordinal ? categories.fCategories - 1 : 3 * scale.fPredictor + 1;
+        const FixedParameter& first = result.fFit.fFixed[static_cast<std::size_t>(column)];
+        const ContrastResult& contrast = means.fContrasts.at(0).fResult;
+        EXPECT_NEAR(contrast.fEstimate, ordinal ? -first.fEstimate : first.fEstimate, 1e-10);
+        EXPECT_NEAR(contrast.fStdError, first.fStdError, 1e-10);
+    }
+}
+
+TEST(GlmmBehaviour, MeansOfCategoriesAreTheirProbabilities) {
+    ExpectMeansOfCategories(Distribution::kOrdinal, ReadData("wine", {"rating", "temp", "judge"}), "rating", "temp",
+                            "judge");
+    ExpectMeansOfCategories(Distribution::kNominal, ReadData("verbagg6", {"resp", "Gender", "id"}), "resp", "Gender",
+                            "id");
 }
 
 TEST(GlmmBehaviour, HistoryAndThreadsAreReproducible) {

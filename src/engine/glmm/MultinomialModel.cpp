@@ -109,6 +109,11 @@ public:
         return prediction;
     }
 
+    double Probability(const Eigen::VectorXd& eta, int code, Eigen::VectorXd* slopes) const override {
+        *slopes = Slopes(eta, code);
+        return Probabilities(eta)[code];
+    }
+
     double Residual(const double* record, const TargetPrediction& prediction) const override {
         return 1.0 - prediction.fProbabilities[static_cast<std::size_t>(record[fOriginal.fDependent])];
     }
@@ -220,6 +225,13 @@ public:
     }
 
     double Offset(const double* record) const override { return fValues.Offset(record); }
+
+    Eigen::VectorXd PredictorOf(const Eigen::VectorXd& row, int k) const override {
+        Eigen::VectorXd all = Eigen::VectorXd::Zero(row.size() * Predictors());
+        all.segment(row.size() * k, row.size()) = row;
+        return all;
+    }
+    int CategoryOf(int k) const override { return fCodes[k]; }
 
     bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const override {
         Eigen::VectorXd shares(fCategories);
@@ -359,7 +371,17 @@ public:
         return row;
     }
 
-    double Offset(const double* record) const override { return -fValues.Offset(record); }
+    double Offset(const double* record) const override { return OffsetOf(fValues.Offset(record)); }
+    double OffsetOf(double offset) const override { return -offset; }
+
+    Eigen::VectorXd PredictorOf(const Eigen::VectorXd& row, int k) const override {
+        const Eigen::Index effects = row.size() - (fOriginal.fIntercept ? 1 : 0);
+        Eigen::VectorXd all = Eigen::VectorXd::Zero(Predictors() + effects);
+        all[k] = 1.0;
+        all.tail(effects) = -row.tail(effects);
+        return all;
+    }
+    int CategoryOf(int k) const override { return k; }
 
     bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const override {
         const int p = Predictors();

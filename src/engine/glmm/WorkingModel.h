@@ -48,6 +48,17 @@ public:
     virtual const double* PredictorRow(const double* record, int k, std::vector<double>& scratch) const = 0;
     /// What is added to that row's combination.
     virtual double Offset(const double* record) const = 0;
+
+    /// Coefficients over the fit's fixed parameters that make predictor k of a row of coefficients over the columns of
+    /// the model's own fixed effects, whose intercept has the coefficient 1; and what an offset adds to it.
+    virtual Eigen::VectorXd PredictorOf(const Eigen::VectorXd& row, int /*k*/) const { return row; }
+    virtual double OffsetOf(double offset) const { return offset; }
+    /// A multinomial target's: the category that predictor k is named after; and the probability of a category given
+    /// the predictors, with its derivatives in them.
+    virtual int CategoryOf(int /*k*/) const { return -1; }
+    virtual double Probability(const Eigen::VectorXd& /*eta*/, int /*code*/, Eigen::VectorXd* /*slopes*/) const {
+        return kMissing;
+    }
     /// Whether a predictor has reached the edge of its means' range, where the likelihood no longer depends on it.
     virtual bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const = 0;
     /// Target category that a random block of the working model belongs to, -1 for all; and the model's own block.

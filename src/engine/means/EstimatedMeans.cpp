@@ -63,15 +63,53 @@ std::vector<double> MeansEstimator::Covariates(const MeansRequest& request) cons
     return values;
 }
 
-MeansEstimator::Cell MeansEstimator::MeanOf(Eigen::VectorXd row, bool linkScale) const {
+MeansEstimator::Cell MeansEstimator::PredictorMean(Eigen::VectorXd row, double offset) const {
     Cell cell{fFit.Contrast(row), std::move(row)};
     ContrastResult& result = cell.fResult;
     result.fT = result.fP = kMissing;
     if (!result.fEstimable) return cell;
-    result.fEstimate += fRecords.fOffset;
-    result.fLower += fRecords.fOffset;
-    result.fUpper += fRecords.fOffset;
-    if (linkScale || fScale.IsIdentity()) return cell;
+    result.fEstimate += offset;
+    result.fLower += offset;
+    result.fUpper += offset;
+    return cell;
+}
+
+MeansEstimator::Cell MeansEstimator::ProbabilityOf(const Eigen::VectorXd& row) const {
+    const WorkingModel& model = *fScale.fpMultinomial;
+    const int predictors = model.Predictors();
+    Eigen::VectorXd eta(predictors), slopes;
+    bool estimable = true;
+    for (int k = 0; k < predictors; ++k) {
+        const ContrastResult predictor = fFit.Contrast(model.PredictorOf(row, k));
+        eta[k] = predictor.fEstimate + model.OffsetOf(fRecords.fOffset);
+        estimable = estimable && predictor.fEstimable;
+    }
+    Cell cell;
+    cell.fGradient = Eigen::VectorXd::Zero(static_cast<Eigen::Index>(fFit.fFixed.size()));
+    cell.fResult.fEstimable = estimable;
+    if (!estimable) return cell;
+    const double share = model.Probability(eta, fScale.fCategory, &slopes);
+    for (int k = 0; k < predictors; ++k)
+        cell.fGradient += slopes[k] * model.PredictorOf(row, k);
+    ContrastResult& result = cell.fResult;
+    result = fFit.Contrast(cell.fGradient);
+    result.fT = result.fP = kMissing;
+    result.fEstimate = share;
+    const double margin = UpperT(result.fDf, fSpec.fConfidence) * result.fStdError / (share * (1.0 - share));
+    const auto shifted = [&](double shift) { return 1.0 / (1.0 + (1.0 - share) / share * std::exp(-shift)); };
+    result.fLower = shifted(-margin);
+    result.fUpper = shifted(margin);
+    return cell;
+}
+
+MeansEstimator::Cell MeansEstimator::MeanOf(Eigen::VectorXd row, bool linkScale) const {
+    if (const WorkingModel* model = fScale.fpMultinomial) {
+        if (!linkScale) return ProbabilityOf(row);
+        return PredictorMean(model->PredictorOf(row, fScale.fPredictor), model->OffsetOf(fRecords.fOffset));
+    }
+    Cell cell = PredictorMean(std::move(row), fRecords.fOffset);
+    ContrastResult& result = cell.fResult;
+    if (!result.fEstimable || linkScale || fScale.IsIdentity()) return cell;
     const double slope = fScale.fSlope(result.fEstimate);
     cell.fGradient *= slope;
     result.fStdError *= std::abs(slope);

@@ -62,7 +62,8 @@ struct EstimatedMeans {
 /// Means are estimated on the scale of the link. On the target's scale a mean is the inverse link of it, its limits are
 /// those of the link's scale transformed, and its standard error is the slope of the inverse link times that of the
 /// link's scale. A contrast is a difference of means on the scale of the request; on the target's scale its standard
-/// error and degrees of freedom are those of the linearised difference (the delta method).
+/// error and degrees of freedom are those of the linearised difference (the delta method). The mean of a category of a
+/// multinomial target is its probability, whose limits are those of its logit transformed.
 class MeansEstimator {
 public:
     MeansEstimator(const FitResult& fit, const ModelSpec& spec, const RecordMeans& records, ResponseScale scale)
@@ -86,6 +87,8 @@ private:
 
     std::vector<double> Covariates(const MeansRequest& request) const;
     Cell MeanOf(Eigen::VectorXd row, bool linkScale) const;
+    Cell PredictorMean(Eigen::VectorXd row, double offset) const;
+    Cell ProbabilityOf(const Eigen::VectorXd& row) const;
     void Compare(const std::vector<Cell>& cells, EstimatedMeans& answer) const;
     ContrastResult Difference(const std::vector<const Cell*>& cells, const Eigen::VectorXd& weights) const;
     FTestResult AllEqual(const std::vector<const Cell*>& cells) const;

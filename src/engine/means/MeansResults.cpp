@@ -50,6 +50,37 @@ run::Levels NameLevels(const Namer& namer, const std::vector<int>& factors, cons
     return names;
 }
 
+/// Appends estimates, contrasts and tests; target is a further level of each.
+void AppendEstimates(const EstimatedMeans& source, const Namer& namer, const run::Levels& target,
+                     run::MeansRequest& request) {
+    const MeansRequest& asked = source.fRequest;
+    const auto levels = [&](const std::vector<int>& factors, const std::vector<int>& codes) {
+        run::Levels names = NameLevels(namer, factors, codes);
+        names.insert(names.end(), target.begin(), target.end());
+        return names;
+    };
+    for (const EstimatedMean& mean : source.fMeans) {
+        const ContrastResult& result = mean.fResult;
+        request.fEstimates.push_back({levels(asked.fFactors, mean.fLevels), result.fEstimate, result.fStdError,
+                                      result.fDf, result.fLower, result.fUpper, result.fEstimable});
+    }
+    if (asked.fCompare < 0) return;
+    const int compared = asked.fFactors[asked.fCompare];
+    std::vector<int> others = asked.fFactors;
+    others.erase(others.begin() + asked.fCompare);
+    for (const MeansContrast& contrast : source.fContrasts) {
+        const std::string second = contrast.fSecond < 0 ? "Mean" : namer.Category(compared, contrast.fSecond);
+        const ContrastResult& result = contrast.fResult;
+        request.fContrasts.push_back(
+            {levels(others, contrast.fAt), namer.Category(compared, contrast.fFirst) + " - " + second, result.fEstimate,
+             result.fStdError, result.fT, result.fDf, result.fP, contrast.fAdjustedP, result.fLower, result.fUpper});
+    }
+    for (const OverallTest& test : source.fOverall) {
+        request.fOverall.push_back(
+            {levels(others, test.fAt), test.fTest.fF, test.fTest.fDf1, test.fTest.fDf2, test.fTest.fP});
+    }
+}
+
 run::MeansRequest MakeFigures(const EstimatedMeans& source, int number, const Namer& namer) {
     run::MeansRequest request;
     const MeansRequest& asked = source.fRequest;
@@ -59,28 +90,6 @@ run::MeansRequest MakeFigures(const EstimatedMeans& source, int number, const Na
         request.fFactors.push_back(namer.Variable(factor));
     for (const auto& [variable, value] : source.fHeldAt)
         request.fCovariates.emplace_back(namer.Variable(variable), value);
-    if (asked.fReferenceAbsent) return request;
-    for (const EstimatedMean& mean : source.fMeans) {
-        const ContrastResult& result = mean.fResult;
-        request.fEstimates.push_back({NameLevels(namer, asked.fFactors, mean.fLevels), result.fEstimate,
-                                      result.fStdError, result.fDf, result.fLower, result.fUpper, result.fEstimable});
-    }
-    if (asked.fCompare < 0) return request;
-    const int compared = asked.fFactors[asked.fCompare];
-    std::vector<int> others = asked.fFactors;
-    others.erase(others.begin() + asked.fCompare);
-    for (const MeansContrast& contrast : source.fContrasts) {
-        const std::string second = contrast.fSecond < 0 ? "Mean" : namer.Category(compared, contrast.fSecond);
-        const ContrastResult& result = contrast.fResult;
-        request.fContrasts.push_back({NameLevels(namer, others, contrast.fAt),
-                                      namer.Category(compared, contrast.fFirst) + " - " + second, result.fEstimate,
-                                      result.fStdError, result.fT, result.fDf, result.fP, contrast.fAdjustedP,
-                                      result.fLower, result.fUpper});
-    }
-    for (const OverallTest& test : source.fOverall) {
-        request.fOverall.push_back(
-            {NameLevels(namer, others, test.fAt), test.fTest.fF, test.fTest.fDf1, test.fTest.fDf2, test.fTest.fP});
-    }
     return request;
 }
 
@@ -103,8 +112,14 @@ run::CustomTestRow MakeFigures(const CustomTestResult& source, const std::string
 
 std::vector<MCStatus> MeansResults::Warnings() const {
     std::vector<MCStatus> warnings;
-    for (std::size_t i = 0; i < fRequests.size(); ++i) {
-        if (!fRequests[i].fOneLevel) continue;
+    std::vector<const EstimatedMeans*> requests;
+    for (const EstimatedMeans& request : fRequests)
+        requests.push_back(&request);
+    for (const OfCategory& part : fByCategory) {
+        if (part.fRequest == static_cast<int>(requests.size())) requests.push_back(&part.fMeans);
+    }
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        if (!requests[i]->fOneLevel) continue;
         MCStatus& warning = warnings.emplace_back(kCompareFactorOneLevel, true);
         warning.AddDiscreteDatum(static_cast<long>(i) + 1);
         warning.SetDetail("Estimated means request " + std::to_string(i + 1) +
@@ -113,29 +128,35 @@ std::vector<MCStatus> MeansResults::Warnings() const {
     return warnings;
 }
 
-void MeansResults::AddFigures(const std::vector<run::CustomTest>& tests, const Namer& namer,
+void MeansResults::AddFigures(const run::RunValue& run, int dependent, const Namer& namer,
                               run::Figures& figures) const {
-    if (fUnavailable) {
-        figures.fMessages.push_back({"warning", 0,
-                                     "Estimated means and custom tests are left out: they are not available for "
-                                     "ordinal and nominal targets."});
+    if (fTestsLeftOut) {
+        figures.fMessages.push_back(
+            {"warning", 0, "Custom tests are left out: they are not available for ordinal and nominal targets."});
     }
     for (const MCStatus& warning : Warnings())
         figures.fMessages.push_back({"warning", warning.GetErrorCode(), warning.GetDetail()});
-    for (std::size_t i = 0; i < fRequests.size(); ++i) {
-        const int number = static_cast<int>(i) + 1;
-        figures.fMeans.push_back(MakeFigures(fRequests[i], number, namer));
+    const auto add = [&](const EstimatedMeans& means, int number, const run::Levels& target) {
+        const bool first = figures.fMeans.empty() || figures.fMeans.back().fRequest != number;
+        if (first) figures.fMeans.push_back(MakeFigures(means, number, namer));
         const std::string name = "Estimated means request " + std::to_string(number);
-        if (fRequests[i].fRequest.fReferenceAbsent) {
+        if (means.fRequest.fReferenceAbsent) {
+            if (!first) return;
             figures.fMessages.push_back(
                 {"warning", 0, name + " is left out, since no record of these data has its reference level."});
-        } else if (!fRequests[i].AllEstimable()) {
-            figures.fMessages.push_back(
-                {"warning", 0, name + " has means that the data can't determine; they are missing."});
+            return;
         }
-    }
+        AppendEstimates(means, namer, target, figures.fMeans.back());
+        if (!first || means.AllEstimable()) return;
+        figures.fMessages.push_back(
+            {"warning", 0, name + " has means that the data can't determine; they are missing."});
+    };
+    for (std::size_t i = 0; i < fRequests.size(); ++i)
+        add(fRequests[i], static_cast<int>(i) + 1, {});
+    for (const OfCategory& part : fByCategory)
+        add(part.fMeans, part.fRequest + 1, {{namer.Variable(dependent), run.fTargetCategories[part.fTarget]}});
     for (std::size_t i = 0; i < fTests.size(); ++i) {
-        const std::string& label = tests[i].fLabel;
+        const std::string& label = run.fvTests[i].fLabel;
         figures.fCustomTests.push_back(MakeFigures(fTests[i], label.empty() ? std::to_string(i + 1) : label));
         if (fTests[i].fProblem.empty()) continue;
         figures.fMessages.push_back({"warning", 0,
@@ -157,9 +178,18 @@ MeansResults EstimateMeans(const FitResult& fit, const ModelSpec& spec, const Re
                            const ResponseScale& scale, const GLMMSettings& settings, const run::RunValue& run,
                            bool topEffects) {
     MeansResults results;
-    const run::Distribution distribution = run.fTarget.fDistribution;
-    if (distribution == run::Distribution::kOrdinal || distribution == run::Distribution::kNominal) {
-        results.fUnavailable = !settings.GetEmmeans().empty() || !run.fvTests.empty();
+    if (const WorkingModel* model = scale.fpMultinomial) {
+        results.fTestsLeftOut = !run.fvTests.empty();
+        const std::vector<MeansRequest> requests = ReadMeansRequests(settings, run);
+        for (std::size_t i = 0; i < requests.size(); ++i) {
+            ResponseScale part = scale;
+            const int parts = model->Predictors() + (requests[i].fLinkScale ? 0 : 1);
+            for (int c = 0; c < parts; ++c) {
+                part.fPredictor = part.fCategory = c;
+                results.fByCategory.push_back({static_cast<int>(i), requests[i].fLinkScale ? model->CategoryOf(c) : c,
+                                               MeansEstimator(fit, spec, records, part).Estimate(requests[i])});
+            }
+        }
         return results;
     }
     const MeansEstimator estimator(fit, spec, records, scale);

@@ -16,20 +16,28 @@ struct MeansResults {
     ContrastResult fGrandMean;
     std::vector<EstimatedMeans> fTop;       ///< means of the top effects; documents alone show them
     std::vector<EstimatedMeans> fRequests;  ///< one a request of the settings
-    std::vector<CustomTestResult> fTests;   ///< one a custom test of the run
-    bool fUnavailable = false;  ///< something was asked for, but the target's several categories have no single mean
+    /// Of a multinomial target instead of fRequests: the requests in order, category by category.
+    struct OfCategory {
+        int fRequest = 0;  ///< from 0
+        int fTarget = -1;  ///< code of the category
+        EstimatedMeans fMeans;
+    };
+    std::vector<OfCategory> fByCategory;
+    std::vector<CustomTestResult> fTests;  ///< one a custom test of the run
+    bool fTestsLeftOut = false;            ///< custom tests were asked for, but the target has several predictors
 
     /// Warnings for the engine's list: a compared factor without contrasts, with its request's number from 1.
     std::vector<MCStatus> Warnings() const;
     /// The requests and the tests as figures, appended, with messages on those that could not be answered as asked.
-    void AddFigures(const std::vector<run::CustomTest>& tests, const Namer& namer, run::Figures& figures) const;
+    /// dependent: record variable. A mean of a category has the target and its category as its last level.
+    void AddFigures(const run::RunValue& run, int dependent, const Namer& namer, run::Figures& figures) const;
 };
 
 /// The settings' requests with what the run says beyond them.
 std::vector<MeansRequest> ReadMeansRequests(const GLMMSettings& settings, const run::RunValue& run);
 
 /// records: averages over the split's records. Top effects are left out when topEffects is false. Ordinal and nominal
-/// targets get no results.
+/// targets get means by category, and neither grand mean nor top effects nor custom tests.
 MeansResults EstimateMeans(const FitResult& fit, const ModelSpec& spec, const RecordMeans& records,
                            const ResponseScale& scale, const GLMMSettings& settings, const run::RunValue& run,
                            bool topEffects);

@@ -140,13 +140,14 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted
 void GLMMAlgorithm::Impl::AddMeans(engine::KeptModel& model, const engine::RecordView& records) {
     const run::RunValue& run = fpRun ? *fpRun : fNoRun;
     model.fMeans = engine::EstimateMeans(model.fFit, model.fSpec, engine::AverageRecords(model.fSpec, records),
-                                         engine::TargetScale(run.fTarget), fSettings, run, WantsDocuments());
+                                         engine::TargetScale(run.fTarget, model.fGeneralized.get()), fSettings, run,
+                                         WantsDocuments());
     for (const MCStatus& warning : model.fMeans.Warnings()) {
         fvWarnings.push_back(warning);
         fStats->fvWarnings.push_back(warning);
     }
     if (!fpRun) return;
-    model.fMeans.AddFigures(run.fvTests, engine::Namer(fVariables, &run.fHidden),
+    model.fMeans.AddFigures(run, model.fSpec.fDependent, engine::Namer(fVariables, &run.fHidden),
                             fpRun->Result(fpRun->fSplitOrdinal).fFigures);
 }
 
