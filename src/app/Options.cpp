@@ -178,6 +178,8 @@ private:
         const auto choose = [this](const std::string& word) { fOptions.fFormat = formats.at(word); };
         task.add_option_function<std::string>("--format", choose, "of the results")->check(CLI::IsMember(&formats));
         task.add_option("-o,--output", fOptions.fOutput, "write the results to this file");
+        task.add_option("--charts-out", fOptions.fChartsDirectory,
+                        "write each chart as a Vega-Lite document into this directory");
         task.add_option("--show", fOptions.fShow, "which half of the output; the viewer's unless told, in JSON all")
             ->check(CLI::IsMember({"classic", "viewer", "all"}));
         task.add_option("--threads", fOptions.fThreads, "number of threads; all cores unless given")

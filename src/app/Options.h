@@ -39,8 +39,9 @@ struct Options {
     /// Text of each command option that was given, by its flag; --data among them.
     std::map<std::string, std::string> fCommandTexts;
     Format fFormat = Format::kText;
-    std::string fOutput;  ///< empty: the standard output
-    std::string fShow;    ///< classic, viewer, all; empty: what suits the format
+    std::string fOutput;           ///< empty: the standard output
+    std::string fChartsDirectory;  ///< empty: charts aren't written as files
+    std::string fShow;             ///< classic, viewer, all; empty: what suits the format
     int fThreads = 0;
     bool fQuiet = false;
     bool fVerbose = false;

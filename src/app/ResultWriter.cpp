@@ -3,6 +3,7 @@
 #include "app/ExitCode.h"
 #include "app/Terminal.h"
 #include "host/output/FileStore.h"
+#include "report/ChartDrawing.h"
 #include "report/HtmlRenderer.h"
 #include "report/JsonRenderer.h"
 #include "report/TextRenderer.h"
@@ -16,11 +17,20 @@
 
 namespace app {
 
-std::string RenderResults(const Options& options, const run::RunValue& run, const host::OutputDocument& document,
-                          const std::string& command) {
+namespace {
+
+report::Selection SelectionOf(const Options& options) {
     report::Selection selection;
     selection.fClassic = options.fShow != "viewer";
     selection.fViewer = options.fShow != "classic";
+    return selection;
+}
+
+}  // namespace
+
+std::string RenderResults(const Options& options, const run::RunValue& run, const host::OutputDocument& document,
+                          const std::string& command) {
+    const report::Selection selection = SelectionOf(options);
     if (options.fFormat == Format::kJson) return report::RenderJson(run, document, selection, HIERFIT_VERSION, command);
     if (options.fFormat == Format::kHtml)
         return report::RenderHtml(document, selection, {"", command, HIERFIT_VERSION});
@@ -36,6 +46,21 @@ void CheckOutput(const std::string& file) {
     const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
     if (access(folder.c_str(), W_OK) != 0)
         throw Failure{kFileError, file + ": can't be written: " + std::strerror(errno)};
+}
+
+void CheckChartsDirectory(const std::string& directory) {
+    if (directory.empty()) return;
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (!error && !std::filesystem::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
+    if (error) throw Failure{kFileError, directory + ": can't be a directory of charts: " + error.message()};
+    CheckOutput(directory + "/chart");
+}
+
+void WriteCharts(const Options& options, const host::OutputDocument& document) {
+    if (options.fChartsDirectory.empty()) return;
+    for (const auto& chart : report::ChartFiles(document, SelectionOf(options)))
+        WriteResults((std::filesystem::path(options.fChartsDirectory) / chart.fName).string(), chart.fText);
 }
 
 void WriteResults(const std::string& file, const std::string& text) {

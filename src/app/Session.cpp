@@ -53,6 +53,7 @@ public:
         ReportErrors();
         if (anything || fOptions.fFormat == Format::kJson)
             WriteResults(fOptions.fOutput, RenderResults(fOptions, fRun, fDocument, command));
+        if (anything) WriteCharts(fOptions, fDocument);
         if (fRun.fFileFailed) return kFileError;
         return AllFitted() ? kFitted : kNotFitted;
     }
@@ -112,6 +113,7 @@ void ShowRemarks(const Options& options, const host::Table& table) {
 int FitOrRun(const Options& options) {
     CommandSource source(options);
     CheckOutput(options.fOutput);
+    CheckChartsDirectory(options.fChartsDirectory);
     const std::shared_ptr<host::Table> table = OpenTable(source.Data());
     const command::Specification specification = source.Resolve(*table);
     const std::string command = command::PrintCommand(source.Tree());

@@ -15,6 +15,14 @@ struct CFStatXMLInfoBlock {
     std::string fText;
 };
 
+/// A field of the active data set.
+class CFField {
+public:
+    enum Storage { kUnknown = 0, kInteger, kReal, kString, kDate, kTime, kTimestamp };
+    virtual ~CFField() = default;
+    virtual int GetType() const = 0;  ///< a Storage; numbers beyond its own are the host's
+};
+
 /// Metadata of the active data set.
 class CFMetaData {
 public:
@@ -22,6 +30,7 @@ public:
     virtual int FieldCount() const = 0;
     virtual int GetFieldIndex(const std::string& name) const = 0;  ///< negative if there is no such field
     virtual const QVTA_Format* GetPrivateFormat(int field) const = 0;
+    virtual const CFField* GetField(int field) const = 0;  ///< null for a number that is no field's
 };
 
 /// Base of the object that a procedure gives the host to be called back. Virtual operations stand in slot order.

@@ -1,5 +1,6 @@
 #include "report/HtmlRenderer.h"
 
+#include "report/ChartDrawing.h"
 #include "report/DisplayText.h"
 #include "report/HtmlTable.h"
 #include "report/HtmlText.h"
@@ -13,8 +14,9 @@ namespace report {
 
 namespace {
 
-constexpr std::size_t kDeepestHeading = 5;   ///< h2 to h6 stand for headings of the tree
-constexpr std::size_t kOutlineLetters = 80;  ///< an outline entry is cut behind this many bytes
+constexpr std::size_t kDeepestHeading = 5;    ///< h2 to h6 stand for headings of the tree
+constexpr std::size_t kMostChartRows = 1000;  ///< of a chart's table; a page stays readable
+constexpr std::size_t kOutlineLetters = 80;   ///< an outline entry is cut behind this many bytes
 
 /// A hash in hexadecimal digits as a content security policy writes it, in base 64 (RFC 4648).
 std::string PolicyHash(std::string_view hex) {
@@ -34,10 +36,13 @@ std::string PolicyHash(std::string_view hex) {
     return "'sha256-" + text + "'";
 }
 
-std::string Policy() {
+/// charts: the page carries the script that draws them.
+std::string Policy(bool charts) {
+    std::string scripts = PolicyHash(kPageScriptHash);
+    if (charts) scripts += " " + PolicyHash(kChartScriptHash);
     return fmt::format(
         "default-src 'none'; style-src {}; script-src {}; img-src data: blob:; base-uri 'none'; form-action 'none'",
-        PolicyHash(kPageStyleHash), PolicyHash(kPageScriptHash));
+        PolicyHash(kPageStyleHash), scripts);
 }
 
 /// The first letters of a text, whole characters only.
@@ -79,24 +84,29 @@ public:
 
     void Show(const output::Chart& chart) override {
         const output::ChartModel& model = *chart.fpModel;
+        const ChartDrawing drawing = DrawChart(model, fStrings);
         const std::string id = NextId();
-        AddEntry(id, Clean(model.Title()), "chart");
-        fBody += fmt::format("<figure class=\"block chart\" id=\"{}\">\n<figcaption>{}</figcaption>\n", id,
-                             Escaped(model.Title()));
-        fBody +=
-            fmt::format("<div class=\"drawing\" role=\"img\" aria-label=\"{}\"></div>\n", Escaped(model.Description()));
-        if (const std::string drawing = model.Drawing(); !drawing.empty()) {
-            fBody += fmt::format("<script type=\"application/json\" class=\"drawing-data\">{}</script>\n",
-                                 ScriptSafe(drawing));
+        AddEntry(id, Clean(model.fTitle), "chart");
+        fHasCharts = true;
+        fBody += fmt::format("<figure class=\"block chart\" id=\"{}\">\n<figcaption>{}", id, Escaped(model.fTitle));
+        if (!model.fSubtitle.empty()) fBody += "<span class=\"note\">" + Escaped(model.fSubtitle) + "</span>";
+        fBody += fmt::format("</figcaption>\n<div class=\"drawing\" role=\"img\" aria-label=\"{}\"></div>\n",
+                             Escaped(ChartSummary(model)));
+        fBody += fmt::format("<script type=\"application/json\" class=\"drawing-data\">{}</script>\n",
+                             ScriptSafe(drawing.fDocument));
+        std::vector<std::string> notes{model.fCaption};
+        notes.insert(notes.end(), model.fvFootnotes.begin(), model.fvFootnotes.end());
+        notes.push_back(drawing.fNote);
+        for (const auto& note : notes) {
+            if (!note.empty()) fBody += "<p class=\"legend\">" + Escaped(note) + "</p>\n";
         }
-        for (const auto& note : model.Footnotes())
-            fBody += "<p class=\"legend\">" + Escaped(note) + "</p>\n";
         WriteRows(model);
         fBody += "</figure>\n";
     }
 
     std::string fOutline;
     std::string fBody;
+    bool fHasCharts = false;
 
 private:
     std::string NextId() { return fmt::format("b{}", ++fBlocks); }
@@ -124,17 +134,25 @@ private:
     void WriteRows(const output::ChartModel& model) {
         fBody +=
             "<details class=\"rows\" open=\"\"><summary>Data of this chart</summary>\n<div class=\"scroll\"><table>\n";
-        fBody += fmt::format("<caption>{}</caption>\n<thead><tr>", Escaped(model.Description()));
-        for (const auto& column : model.Columns())
+        fBody += fmt::format("<caption>{}</caption>\n<thead><tr>", Escaped(ChartSummary(model)));
+        for (const auto& column : model.ColumnTitles())
             fBody += "<th scope=\"col\">" + Escaped(column) + "</th>";
         fBody += "</tr></thead>\n<tbody>\n";
-        for (const auto& row : model.Rows()) {
+        const auto rows = model.RowTexts();
+        const std::size_t shown = std::min(rows.size(), kMostChartRows);
+        for (std::size_t r = 0; r < shown; ++r) {
             fBody += "<tr>";
-            for (const auto& cell : row)
+            for (const auto& cell : rows[r])
                 fBody += "<td>" + Escaped(cell) + "</td>";
             fBody += "</tr>\n";
         }
-        fBody += "</tbody></table></div></details>\n";
+        fBody += "</tbody></table></div>\n";
+        if (rows.size() > shown) {
+            fBody +=
+                fmt::format("<p class=\"legend\">The first {} of {} rows. The results as JSON have them all.</p>\n",
+                            shown, rows.size());
+        }
+        fBody += "</details>\n";
     }
 
     const host::Catalogue& fStrings;
@@ -142,13 +160,13 @@ private:
     int fBlocks = 0;
 };
 
-std::string Head(const std::string& title) {
+std::string Head(const std::string& title, bool charts) {
     return fmt::format(
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta http-equiv=\"Content-Security-Policy\" content=\"{}\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
         "<meta name=\"color-scheme\" content=\"light dark\">\n<title>{}</title>\n<style>{}</style>\n</head>\n",
-        Policy(), Escaped(title), kPageStyle);
+        Policy(charts), Escaped(title), kPageStyle);
 }
 
 }  // namespace
@@ -163,12 +181,14 @@ std::string RenderHtml(const host::OutputDocument& document, const Selection& se
     }
     writer.Finish();
     const std::string title = info.fTitle.empty() ? document.Title()->Show(strings) : info.fTitle;
-    std::string page = Head(title) + "<body>\n<header>\n<h1>" + Escaped(title) + "</h1>\n";
+    const bool charts = writer.fHasCharts && *kChartScript;
+    std::string page = Head(title, charts) + "<body>\n<header>\n<h1>" + Escaped(title) + "</h1>\n";
     if (!info.fCommand.empty()) page += "<pre class=\"command\">" + Escaped(info.fCommand) + "</pre>\n";
     page += "</header>\n<div class=\"page\">\n<details class=\"outline\" open=\"\"><summary>Contents</summary>\n";
     page += "<nav aria-label=\"Contents\"><ul>\n" + writer.fOutline + "</ul></nav></details>\n";
     page += "<main>\n" + writer.fBody + "</main>\n</div>\n";
     page += "<footer>hierfit " + Escaped(info.fVersion) + "</footer>\n";
+    if (charts) page += "<script>" + std::string(kChartScript) + "</script>\n";
     page += "<script>" + std::string(kPageScript) + "</script>\n</body>\n</html>\n";
     return page;
 }

@@ -1,5 +1,6 @@
 #include "report/JsonRenderer.h"
 
+#include "report/ChartDrawing.h"
 #include "report/FiguresJson.h"
 
 namespace report {
@@ -25,12 +26,20 @@ public:
     }
 
     void Show(const output::Chart& chart) override {
+        const output::ChartModel& model = *chart.fpModel;
         fJson["kind"] = "chart";
-        fJson["title"] = chart.fpModel->Title();
-        fJson["description"] = chart.fpModel->Description();
-        fJson["footnotes"] = chart.fpModel->Footnotes();
-        fJson["columns"] = chart.fpModel->Columns();
-        fJson["rows"] = chart.fpModel->Rows();
+        fJson["chart"] = model.fKind;
+        fJson["title"] = model.fTitle;
+        if (!model.fSubtitle.empty()) fJson["subtitle"] = model.fSubtitle;
+        fJson["description"] = ChartSummary(model);
+        fJson["caption"] = model.fCaption.empty() ? Json(nullptr) : Json(model.fCaption);
+        fJson["footnotes"] = model.fvFootnotes;
+        fJson["axes"] = Json::object();
+        for (const auto& axis : model.fvAxes) {
+            if (axis.fVisible) fJson["axes"][axis.fAlong] = axis.fTitle;
+        }
+        fJson["columns"] = model.ColumnTitles();
+        fJson["rows"] = model.RowTexts();
     }
 
     void Show(const output::Table& table) override {

@@ -8,4 +8,8 @@ extern const char* const kPageStyleHash;
 extern const char* const kPageScript;
 extern const char* const kPageScriptHash;
 
+/// What draws the charts, bundled from its packages; both empty in a build that had no access to them.
+extern const char* const kChartScript;
+extern const char* const kChartScriptHash;
+
 }  // namespace report

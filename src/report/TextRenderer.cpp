@@ -22,9 +22,12 @@ public:
     void Show(const output::Table& table) override { fOut += TextTable(MakeLayout(table, fStrings), fStyle); }
     void Show(const output::Message& message) override { WriteParagraph(MessageText(message, fStrings)); }
     void Show(const output::Chart& chart) override {
-        WriteParagraph(Clean(chart.fpModel->Title()));
-        WriteParagraph(Clean(chart.fpModel->Description()));
-        for (const auto& line : chart.fpModel->Footnotes())
+        const output::ChartModel& model = *chart.fpModel;
+        const std::string subtitle = model.fSubtitle.empty() ? "" : " (" + model.fSubtitle + ")";
+        WriteParagraph("[Chart] " + Clean(model.fTitle + subtitle));
+        WriteParagraph(Clean(model.fSummary));
+        if (!model.fCaption.empty()) WriteParagraph(Clean(model.fCaption));
+        for (const auto& line : model.fvFootnotes)
             WriteParagraph(Clean(line));
     }
 

@@ -29,7 +29,7 @@ public:
         const fs::path directory = fs::temp_directory_path(error);
         return error ? "/tmp" : directory.string();
     }
-    std::string GetBaseDirectory() const override { return fShare.string(); }
+    std::string GetBaseDirectory() const override { return Below(""); }
     std::string GetTemplateDirectory() const override { return Below("template"); }
     std::string GetStringTableDirectory() const override { return Below("strings"); }
 

@@ -81,14 +81,25 @@ void OutputDocument::Add(output::Heading& under, std::shared_ptr<output::Block> 
         }
     }
     block->fpParent = parent;
+    auto* heading = dynamic_cast<output::Heading*>(block.get());
+    fpPosition = heading ? heading : parent;
     parent->fvBlocks.push_back(std::move(block));
+}
+
+void OutputDocument::AddChart(std::shared_ptr<const output::ChartModel> model) {
+    auto chart = std::make_shared<output::Chart>();
+    chart->fHalf = fHalf;
+    chart->fpModel = std::move(model);
+    Add(fpPosition ? *fpPosition : *fpRoot, chart, true);
 }
 
 void OutputDocument::AddMessage(const output::Text& text, BpErrorLevel level) {
     auto message = std::make_shared<output::Message>();
     message->fpText = text;
     message->fLevel = level;
+    output::Heading* const position = fpPosition;
     Add(*fpRoot, message, true);
+    fpPosition = position;
 }
 
 void OutputDocument::AddNote(int kind, const output::Text& label, const output::Text& value) {

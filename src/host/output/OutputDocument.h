@@ -49,6 +49,9 @@ public:
     /// Adds a block under a heading; bySplit: under the split's heading when it would stand outside of it.
     void Add(output::Heading& under, std::shared_ptr<output::Block> block, bool bySplit);
 
+    /// Adds a chart where the output stands: under the heading that was written to last.
+    void AddChart(std::shared_ptr<const output::ChartModel> model);
+
     /// Keeps a text under a handle for the document's life.
     long Keep(output::Text text);
     output::Text Kept(long handle) const;  ///< null for a handle that isn't known
@@ -64,6 +67,7 @@ private:
     output::Text fTitle;
     std::shared_ptr<output::Heading> fpRoot;
     std::shared_ptr<output::Table> fpNotes;
+    output::Heading* fpPosition = nullptr;  ///< where the output stands; null: at the present split's heading
     output::Half fHalf = output::Half::kBoth;
     const QVTA_DataSource* fpData = nullptr;
     std::vector<output::Text> fvKept;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/output/ChartModel.h"
 #include "host/output/Text.h"
 
 #include <map>
@@ -111,18 +112,6 @@ struct Table : Block {
     std::vector<std::vector<const Category*>> Entries(const std::vector<const Dimension*>& dimensions) const;
     /// The cell at one category of every dimension, in any order; null where none was written.
     const Cell* At(const std::vector<const Category*>& categories) const;
-};
-
-/// What a chart is to a renderer. The chart service fills it in.
-struct ChartModel {
-    virtual ~ChartModel() = default;
-    virtual std::string Title() const = 0;
-    virtual std::string Description() const = 0;  ///< a sentence for those who can't see the picture
-    virtual std::vector<std::string> Footnotes() const = 0;
-    /// The rows that the chart draws, as texts, for a table in its place.
-    virtual std::vector<std::string> Columns() const = 0;
-    virtual std::vector<std::vector<std::string>> Rows() const = 0;
-    virtual std::string Drawing() const = 0;  ///< the drawing's document, JSON
 };
 
 struct Chart : Block {

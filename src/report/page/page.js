@@ -78,6 +78,46 @@
     table.closest(".block").append(tools);
   });
 
+  function save(address, name) {
+    const link = document.createElement("a");
+    link.href = address;
+    link.download = name;
+    link.click();
+  }
+
+  function finishChart(figure, drawing) {
+    const name = (figure.querySelector("figcaption").firstChild || figure).textContent
+      .replace(/[^\p{L}\p{N}]+/gu, "-").replace(/^-+|-+$/g, "").slice(0, 60) || "chart";
+    const tools = document.createElement("div");
+    tools.className = "tools";
+    ["svg", "png"].forEach(function (kind) {
+      tools.append(button(kind.toUpperCase(), function (made) {
+        window.hierfitCharts.picture(drawing, kind).then(
+          function (address) { save(address, name + "." + kind); },
+          function () { said(made, "Not possible"); });
+      }));
+    });
+    const rows = figure.querySelector("details.rows");
+    if (rows) {
+      tools.append(button("CSV", function () { download(rows.querySelector("table"), name); }));
+      rows.open = false;
+    }
+    figure.append(tools);
+    figure.classList.add("drawn");
+  }
+
+  // One chart after the other, so that the page answers between them. A chart that can't be drawn keeps its table.
+  const charts = Array.from(document.querySelectorAll("figure.chart"));
+  (function next() {
+    const figure = charts.shift();
+    if (!figure || !window.hierfitCharts) return;
+    const data = figure.querySelector(".drawing-data");
+    const drawing = JSON.parse(data.textContent);
+    window.hierfitCharts.draw(figure.querySelector(".drawing"), drawing).then(
+      function () { finishChart(figure, drawing); },
+      function () { figure.classList.add("failed"); }).then(function () { setTimeout(next, 0); });
+  }());
+
   if (window.matchMedia("(max-width: 52rem)").matches) {
     document.querySelectorAll("details.outline").forEach(function (outline) { outline.open = false; });
   }

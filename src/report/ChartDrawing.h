@@ -1,0 +1,31 @@
+#pragma once
+
+#include "host/output/ChartModel.h"
+#include "report/Outline.h"
+#include "host/strings/Catalogue.h"
+
+#include <string>
+#include <vector>
+
+namespace report {
+
+/// A chart as a Vega-Lite document, and what the picture leaves out.
+struct ChartDrawing {
+    std::string fDocument;  ///< JSON, schema Vega-Lite 6; colours are the light theme's
+    std::string fNote;      ///< empty, or that not all marks are drawn
+};
+
+/// Vega-Lite from a chart model. A chart of very many marks or panels draws the first ones and says so.
+ChartDrawing DrawChart(const output::ChartModel& chart, const host::Catalogue& strings);
+
+/// The charts of a document in reading order, each as a file: "03-fixed-effects.vl.json" and its text.
+struct ChartFile {
+    std::string fName;
+    std::string fText;
+};
+std::vector<ChartFile> ChartFiles(const host::OutputDocument& document, const Selection& selection);
+
+/// What a chart shows, in a sentence or two, for those who can't see it.
+std::string ChartSummary(const output::ChartModel& chart);
+
+}  // namespace report
