@@ -24,11 +24,7 @@ public:
     void Show(const output::Chart& chart) override {
         const output::ChartModel& model = *chart.fpModel;
         const std::string subtitle = model.fSubtitle.empty() ? "" : " (" + model.fSubtitle + ")";
-        WriteParagraph("[Chart] " + Clean(model.fTitle + subtitle));
-        WriteParagraph(Clean(model.fSummary));
-        if (!model.fCaption.empty()) WriteParagraph(Clean(model.fCaption));
-        for (const auto& line : model.fvFootnotes)
-            WriteParagraph(Clean(line));
+        WriteParagraph("[Chart: " + Clean(model.fTitle + subtitle) + "] " + Clean(model.fSummary));
     }
 
     std::string fOut;

@@ -11,6 +11,7 @@ const options = {
   mode: "vega-lite",
   loader: { load: () => Promise.reject(new Error("charts load nothing")) },
   tooltip: { disableDefaultStyle: true },
+  logLevel: vega.Error,
 };
 
 window.hierfitCharts = {
