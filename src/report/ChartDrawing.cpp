@@ -323,7 +323,7 @@ private:
         }
         const double range = most > least ? most - least : 1.0;
         const bool arc = axis && axis->fMax;
-        const double before = !arc ? 0.3 : along == "x" ? 0.5 : 0.08;
+        const double before = !arc ? 0.3 : along == "x" ? 0.6 : 0.08;
         return {least - before * range, most + (arc ? 0.06 : 0.3) * range};
     }
 
@@ -408,7 +408,7 @@ private:
                 return {{"type", "rule"}, {"strokeWidth", 2}, {"strokeCap", "round"}, {"color", kPlain}};
             case ChartMark::kText:
                 if (layer.fPlace == "before") {
-                    return {{"type", "text"},   {"fontSize", 12}, {"limit", 170},
+                    return {{"type", "text"},   {"fontSize", 12}, {"limit", 210},
                             {"align", "right"}, {"dx", 30},       {"color", kInk}};
                 }
                 return {{"type", "text"}, {"fontSize", 12}, {"limit", 110}, {"color", kInk}};
@@ -572,7 +572,7 @@ private:
     double Width() const {
         if (fInset) return 220;
         const bool panels = !fvPanels.empty();
-        if (fChart.fDiagram) return panels ? 280 : fChart.fpInset ? 470 : 440;
+        if (fChart.fDiagram) return panels ? 280 : fChart.fpInset ? 500 : 440;
         if (fLevels == 0) return panels ? 220 : fChart.Legend("opacity") ? 340 : 480;
         const double step = std::max(panels ? 36.0 : 80.0, 22.0 * static_cast<double>(fOffsets));
         return std::clamp(step * static_cast<double>(fLevels), panels ? 160.0 : 240.0, panels ? 280.0 : 700.0);
