@@ -87,6 +87,8 @@ void DerivativeSums::Add(const DerivativeSums& other) {
 }
 
 bool UnitKernel::Factor(const Unit& unit) {
+    if (fFactored == &unit) return true;
+    fFactored = nullptr;
     const int n = unit.fOrder;
     if (unit.fIdentity >= 0) {
         fFactor.setZero(n, n);
@@ -112,7 +114,10 @@ bool UnitKernel::Factor(const Unit& unit) {
             fFactor.noalias() += fScratch.lazyProduct(z.transpose());
         }
     }
-    return FactorInPlace(fFactor);
+    if (IsLargeAndPlain(unit)) fWhole = fFactor;
+    if (!FactorInPlace(fFactor, fCrew)) return false;
+    fFactored = &unit;
+    return true;
 }
 
 bool UnitKernel::AddValue(const Unit& unit, double* logDeterminant, Eigen::MatrixXd* cross) {
@@ -123,7 +128,7 @@ bool UnitKernel::AddValue(const Unit& unit, double* logDeterminant, Eigen::Matri
         sum += std::log(fFactor(i, i));
     *logDeterminant += 2.0 * unit.fCount * sum;
     if (unit.fGram.size() > 0) {
-        InverseFromFactor(fFactor, fInverse);
+        InverseFromFactor(fFactor, fInverse, fCrew);
         for (int b = 0; b < unit.fOrder; ++b) {
             for (int a = 0; a < unit.fOrder; ++a)
                 *cross += fInverse(a, b) * unit.fGram.block(a * fWidth, b * fWidth, fWidth, fWidth);
@@ -197,20 +202,23 @@ void UnitKernel::BuildDirections(const Unit& unit) {
         ScaleDirection(unit, k);
 }
 
+bool UnitKernel::IsLargeAndPlain(const Unit& unit) {
+    return unit.fOrder >= kLarge && unit.fSlots.empty() && unit.fPieces.size() == 1;
+}
+
 // V^-1 V_k. In a large unit without random effects the scale's own direction is V / s2, and the product is known.
 void UnitKernel::ScaleDirection(const Unit& unit, int k) {
     const Direction& direction = fDirections[k];
-    if (unit.fOrder >= kLarge && unit.fSlots.empty() && unit.fPieces.size() == 1) {
+    if (IsLargeAndPlain(unit)) {
         const ThetaState::Part& part = fState[unit.fPieces[0].fSegment];
         const double scale = part.fTheta[direction.fParam - part.fOffset];
-        part.fStructure->Matrix(part.fTheta, unit.fPieces[0].fPlaces, fSmall);
-        const double largest = fSmall.diagonal().maxCoeff();
-        if (scale > 0.0 && (scale * direction.fMatrix - fSmall).cwiseAbs().maxCoeff() <= kSameScale * largest) {
+        const double largest = fWhole.diagonal().maxCoeff();
+        if (scale > 0.0 && (scale * direction.fMatrix - fWhole).cwiseAbs().maxCoeff() <= kSameScale * largest) {
             fScaled[k] = Eigen::MatrixXd::Identity(unit.fOrder, unit.fOrder) / scale;
             return;
         }
     }
-    Multiply(fInverse, direction.fMatrix, fScaled[k]);
+    MultiplySymmetric(fInverse, direction.fMatrix, fScaled[k], fCrew);
 }
 
 // [X r] of all members becomes [r XH], or its product sums.
@@ -343,7 +351,7 @@ void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* su
 bool UnitKernel::AddDerivatives(const Unit& unit, const Eigen::MatrixXd& basis, bool restricted, DerivativeSums* sums) {
     if (unit.fOrder == 0) return true;
     if (!Factor(unit)) return false;
-    InverseFromFactor(fFactor, fInverse);
+    InverseFromFactor(fFactor, fInverse, fCrew);
     BuildDirections(unit);
     RotateData(unit, basis);
     for (int k = 0; k < fNumDirections; ++k) {
@@ -366,7 +374,7 @@ bool UnitKernel::AddCurvature(const Unit& unit, const Eigen::MatrixXd& basis, co
                               Eigen::MatrixXd* sum) {
     if (unit.fOrder == 0) return true;
     if (!Factor(unit)) return false;
-    InverseFromFactor(fFactor, fInverse);
+    InverseFromFactor(fFactor, fInverse, fCrew);
     BuildDirections(unit);
     RotateData(unit, basis);
     const int n = unit.fOrder;
