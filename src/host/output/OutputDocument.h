@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace host {
@@ -63,6 +64,7 @@ private:
 
     output::Text fTitle;
     std::shared_ptr<output::Heading> fpRoot;
+    std::unordered_map<std::string, std::shared_ptr<output::Heading>> fSplits;  ///< the splits' headings by name
     std::shared_ptr<output::Table> fpNotes;
     output::Half fHalf = output::Half::kBoth;
     const QVTA_DataSource* fpData = nullptr;
