@@ -15,8 +15,7 @@ public:
     explicit CrossedSource(const FittedModel& model)
         : fModel(model),
           fProblem(*model.fCrossed),
-          fLikelihood(*model.fCrossed, model.fSpec.fRestricted),
-          fEquations(fLikelihood.At(model.fTheta, ThetaScale::kReported)) {
+          fEquations(static_cast<const CrossedLikelihood&>(*model.fObjective).At(model.fTheta, ThetaScale::kReported)) {
         fEquations.Evaluate(model.fTheta, CrossedOrder::kGradient);
     }
 
@@ -97,7 +96,6 @@ private:
 
     const FittedModel& fModel;
     const CrossedProblem& fProblem;
-    CrossedLikelihood fLikelihood;
     CrossedEquations& fEquations;
 };
 
