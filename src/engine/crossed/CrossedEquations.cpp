@@ -128,10 +128,9 @@ CrossedValue CrossedEquations::Evaluate(const Eigen::VectorXd& theta, CrossedOrd
     fKnown = Known::kTraces;
     value.fGradient = Gradient(nullptr);
     if (order == CrossedOrder::kGradient) return value;
-    value.fHessian = Average();
-    if (order == CrossedOrder::kAverage) return value;
-    value.fExpected = CrossedTraces(*this).Expected();
-    value.fHessian = 2.0 * value.fHessian - value.fExpected + CurvatureTerms();
+    const Eigen::MatrixXd average = Average();
+    value.fExpected = order == CrossedOrder::kAverage ? average : CrossedTraces(*this).Expected();
+    value.fHessian = 2.0 * average - value.fExpected + CurvatureTerms();
     return value;
 }
 
@@ -695,7 +694,7 @@ CrossedValue CrossedEquations::DifferencedHessian(const Eigen::VectorXd& theta) 
     } else {
         hessian = 0.5 * (hessian + hessian.transpose()).eval();
     }
-    base.fExpected = 2.0 * base.fHessian - hessian + curvature;
+    base.fExpected = 2.0 * base.fExpected - hessian + curvature;
     base.fHessian = hessian;
     Evaluate(theta, CrossedOrder::kValue);
     return base;

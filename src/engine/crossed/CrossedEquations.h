@@ -24,7 +24,7 @@ struct CrossedCovariance {
 enum class CrossedOrder {
     kValue,     ///< -2 log likelihood and fixed effects
     kGradient,  ///< its gradient
-    kAverage,   ///< average information: the mean of observed and expected, without second derivatives of G
+    kAverage,   ///< average information, the mean of observed and expected: takes the place of the expected Hessian
     kExact      ///< the Hessian
 };
 
@@ -33,9 +33,8 @@ struct CrossedValue {
     bool fFeasible = false;  ///< false: some G is not positive semidefinite, or the residual variance not positive
     double fObjective = std::numeric_limits<double>::quiet_NaN();  ///< -2 log likelihood, restricted or full
     Eigen::VectorXd fGradient;
-    Eigen::MatrixXd fHessian;  ///< of fObjective: at kAverage the average information, at kExact exact
-    Eigen::MatrixXd
-        fExpected;  ///< kExact only: tr(Q V_k Q V_l), Q = P (restricted) or V^-1 (full); the expected Hessian
+    Eigen::MatrixXd fHessian;   ///< of fObjective: at kAverage with average for expected information, at kExact exact
+    Eigen::MatrixXd fExpected;  ///< tr(Q V_k Q V_l), Q = P (restricted) or V^-1 (full); at kAverage y'P V_k P V_l P y
 };
 
 /// Likelihood, derivatives and predictions of y = X b + sum Z_t u_t + e, cov(e) = s2 W^-1, cov(u_t) = I x G_t, from

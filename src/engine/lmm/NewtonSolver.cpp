@@ -277,7 +277,8 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
     outcome.fSmallestEigenvalue = last.fSmallest;
     outcome.fScaledGradient = 0.0;
     for (Eigen::Index k = 0; k < outcome.fTheta.size(); ++k) {
-        const double curvature = outcome.fAt.fExpected(k, k);
+        // The expected information of a factor's element vanishes with the element, the curvature doesn't.
+        const double curvature = std::max(outcome.fAt.fExpected(k, k), std::abs(outcome.fAt.fObserved(k, k)));
         if (!outcome.fHeld[k] && curvature > 0.0) {
             outcome.fScaledGradient =
                 std::max(outcome.fScaledGradient, std::abs(outcome.fAt.fGradient[k]) / std::sqrt(curvature));
