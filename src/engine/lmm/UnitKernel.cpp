@@ -2,6 +2,7 @@
 
 #include "engine/lmm/DenseKernels.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 
@@ -198,6 +199,7 @@ void UnitKernel::BuildDirections(const Unit& unit) {
         fMoved.resize(fNumDirections);
         fSolved.resize(fNumDirections);
     }
+    fScaleDirection = -1;
     for (int k = 0; k < fNumDirections; ++k)
         ScaleDirection(unit, k);
 }
@@ -215,6 +217,7 @@ void UnitKernel::ScaleDirection(const Unit& unit, int k) {
         const double largest = fWhole.diagonal().maxCoeff();
         if (scale > 0.0 && (scale * direction.fMatrix - fWhole).cwiseAbs().maxCoeff() <= kSameScale * largest) {
             fScaled[k] = Eigen::MatrixXd::Identity(unit.fOrder, unit.fOrder) / scale;
+            fScaleDirection = k;
             return;
         }
     }
@@ -312,6 +315,19 @@ void UnitKernel::AddGram(const Unit&, DerivativeSums* sums) {
     }
 }
 
+// V_kl of one piece, into fSmall; false when it is zero. Where V is proportional to s2, V_kl is V_l / s2 for k its
+// scale.
+bool UnitKernel::Second(const ThetaState::Part& part, const ResidualPiece& piece, int k, int l) {
+    const int scale = fScaleDirection >= 0 ? fDirections[fScaleDirection].fParam - part.fOffset : -1;
+    if (k != scale && l != scale) return part.fStructure->Second(part.fTheta, piece.fPlaces, k, l, fSmall);
+    if (k == l) return false;
+    const int other = part.fOffset + (k == scale ? l : k);
+    const auto at = std::find_if(fDirections.begin(), fDirections.end(),
+                                 [&](const Direction& direction) { return direction.fParam == other; });
+    fSmall = at->fMatrix / part.fTheta[scale];
+    return true;
+}
+
 void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* sums) {
     bool needed = false;
     for (const Slot& slot : unit.fSlots)
@@ -340,7 +356,7 @@ void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* su
         const int size = piece.fPlaces.Size();
         for (int k : part.fActive) {
             for (int l : part.fActive) {
-                if (k > l || !part.fStructure->Second(part.fTheta, piece.fPlaces, k, l, fSmall)) continue;
+                if (k > l || !Second(part, piece, k, l)) continue;
                 sums->fSecond(part.fOffset + k, part.fOffset + l) +=
                     Dot(fSmall, weight.block(piece.fStart, piece.fStart, size, size));
             }
@@ -405,7 +421,7 @@ bool UnitKernel::AddCurvature(const Unit& unit, const Eigen::MatrixXd& basis, co
         if (part.fStructure->IsLinear()) continue;
         for (int k : part.fActive) {
             for (int l : part.fActive) {
-                if (k > l || !part.fStructure->Second(part.fTheta, piece.fPlaces, k, l, fSmall)) continue;
+                if (k > l || !Second(part, piece, k, l)) continue;
                 middle.block(piece.fStart, piece.fStart, fSmall.rows(), fSmall.cols()) -= weightOf(part, k, l) * fSmall;
             }
         }

@@ -84,6 +84,7 @@ private:
     void RotateData(const Unit& unit, const Eigen::MatrixXd& basis);
     void AddRows(const Unit& unit, DerivativeSums* sums);
     void AddGram(const Unit& unit, DerivativeSums* sums);
+    bool Second(const ThetaState::Part& part, const ResidualPiece& piece, int k, int l);
     void AddSecond(const Unit& unit, bool restricted, DerivativeSums* sums);
     Eigen::MatrixXd Contract(const Eigen::MatrixXd& middle) const;
 
@@ -95,6 +96,7 @@ private:
     Eigen::MatrixXd fWhole;  // V of a large and plain unit
     std::vector<Direction> fDirections;
     int fNumDirections = 0;
+    int fScaleDirection = -1;                     // of a large and plain unit: the direction that is V / s2
     std::vector<Eigen::MatrixXd> fScaled;         // V^-1 V_k
     std::vector<Eigen::MatrixXd> fMoved;          // V_k V^-1 [r XH]
     std::vector<Eigen::MatrixXd> fSolved;         // V^-1 V_k V^-1 [r XH]
