@@ -74,6 +74,7 @@ Character Decode(std::string_view text, std::size_t at) {
 }
 
 int Columns(std::uint32_t code) {
+    if (code < kNoWidth.front().fFirst) return 1;
     return Within(kNoWidth, code) ? 0 : Within(kWide, code) ? 2 : 1;
 }
 
@@ -88,6 +89,8 @@ bool IsControl(std::uint32_t code) {
 
 /// The longest piece from the start that fits, at least one character; where a blank allows, it ends there.
 std::size_t Fitting(std::string_view text, int width) {
+    // No character takes more columns than bytes.
+    if (text.size() <= static_cast<std::size_t>(width)) return text.size();
     int columns = 0;
     std::size_t blank = 0;
     std::size_t at = 0;

@@ -29,11 +29,14 @@ int LongestWord(const std::string& text) {
     return std::min(longest, kLongestWord);
 }
 
-int LongestLine(const std::string& text) {
+int LongestLine(std::string_view text) {
     int longest = 0;
-    for (const auto& line : Wrap(text, 1 << 20))
-        longest = std::max(longest, DisplayWidth(line));
-    return longest;
+    while (true) {
+        const std::size_t end = text.find('\n');
+        longest = std::max(longest, DisplayWidth(text.substr(0, end)));
+        if (end == std::string_view::npos) return longest;
+        text.remove_prefix(end + 1);
+    }
 }
 
 bool IsMissing(const DataCell& cell) {

@@ -1,10 +1,12 @@
 #include "engine/crossed/CrossedEquations.h"
 
 #include "engine/crossed/CrossedTraces.h"
+#include "engine/model/Share.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 #include <utility>
 
 namespace engine {
@@ -15,6 +17,8 @@ namespace {
 constexpr double kSingular = 1e-10;
 /// Below this mean of L'Z'V1^-1 Z L the route through L^-1 would lose digits.
 constexpr double kTiny = 1e-4;
+/// Parts into which subjects are cut for threads.
+constexpr int kChunks = 32;
 
 Places AllPositions(int columns) {
     Places places;
@@ -60,8 +64,9 @@ CrossedEquations::CrossedEquations(std::shared_ptr<const CrossedStatistics> stat
     const std::size_t q = fStat->fColumns[fStat->fEliminated];
     const std::size_t subjects = fStat->fSubjects[fStat->fEliminated];
     fScaledMet.resize(fStat->fMetValues.size());
-    fShrink.resize(subjects * q * q);
-    fInner.resize(subjects * q * q);
+    for (std::vector<double>* list : {&fShrink, &fInner, &fForm})
+        list->resize(subjects * q * q);
+    IndexMet();
 }
 
 CrossedEquations::~CrossedEquations() = default;
@@ -69,6 +74,33 @@ CrossedEquations::~CrossedEquations() = default;
 Eigen::Map<const Eigen::MatrixXd> CrossedEquations::Own(int term, int subject) const {
     const std::size_t q = fStat->fColumns[term];
     return {fStat->fOwn[term].data() + subject * q * q, static_cast<Eigen::Index>(q), static_cast<Eigen::Index>(q)};
+}
+
+void CrossedEquations::IndexMet() {
+    const CrossedStatistics& stat = *fStat;
+    fFirstOfColumn.assign(stat.fRest + 1, 0);
+    for (int column : stat.fMet)
+        ++fFirstOfColumn[column + 1];
+    std::partial_sum(fFirstOfColumn.begin(), fFirstOfColumn.end(), fFirstOfColumn.begin());
+    std::vector<std::int64_t> fill(fFirstOfColumn.begin(), fFirstOfColumn.end() - 1);
+    fColumnMet.resize(stat.fMet.size());
+    fMetSubject.resize(stat.fMet.size());
+    for (int j = 0; j < stat.fSubjects[stat.fEliminated]; ++j) {
+        for (std::int64_t i = stat.fFirstMet[j]; i < stat.fFirstMet[j + 1]; ++i) {
+            fColumnMet[fill[stat.fMet[i]]++] = i;
+            fMetSubject[i] = j;
+        }
+    }
+}
+
+Eigen::Map<Eigen::MatrixXd> CrossedEquations::Block(std::vector<double>& list, int subject) const {
+    const std::size_t q = fStat->fColumns[fStat->fEliminated];
+    return {list.data() + subject * q * q, static_cast<Eigen::Index>(q), static_cast<Eigen::Index>(q)};
+}
+
+Eigen::Map<const Eigen::MatrixXd> CrossedEquations::Block(const std::vector<double>& list, int subject) const {
+    const std::size_t q = fStat->fColumns[fStat->fEliminated];
+    return {list.data() + subject * q * q, static_cast<Eigen::Index>(q), static_cast<Eigen::Index>(q)};
 }
 
 Eigen::Map<const Eigen::MatrixXd> CrossedEquations::Met(int subject) const {
@@ -96,10 +128,9 @@ CrossedValue CrossedEquations::Evaluate(const Eigen::VectorXd& theta, CrossedOrd
     fKnown = Known::kTraces;
     value.fGradient = Gradient(nullptr);
     if (order == CrossedOrder::kGradient) return value;
-    value.fHessian = Average();
-    if (order == CrossedOrder::kAverage) return value;
-    value.fExpected = CrossedTraces(*this).Expected();
-    value.fHessian = 2.0 * value.fHessian - value.fExpected + CurvatureTerms();
+    const Eigen::MatrixXd average = Average();
+    value.fExpected = order == CrossedOrder::kAverage ? average : CrossedTraces(*this).Expected();
+    value.fHessian = 2.0 * average - value.fExpected + CurvatureTerms();
     return value;
 }
 
@@ -150,58 +181,108 @@ bool CrossedEquations::Assemble() {
     return true;
 }
 
-void CrossedEquations::EliminateSubjects() {
-    const CrossedStatistics& stat = *fStat;
-    const int gone = stat.fEliminated;
-    const std::size_t q = stat.fColumns[gone];
-    // Z_j'W Z_rest L, a block of columns at a time.
-    std::vector<int> termOf(stat.fRest);
-    ForRestSubjects([&](int t, int, int at) {
-        for (int a = 0; a < stat.fColumns[t]; ++a)
-            termOf[at + a] = t;
+void CrossedEquations::ForChunks(int count, const std::function<void(int, int, int)>& work) const {
+    Share(fCrew, kChunks, [&](int chunk) {
+        const auto begin = [&](long c) { return static_cast<int>(c * count / kChunks); };
+        work(chunk, begin(chunk), begin(chunk + 1));
     });
-    for (std::int64_t i = 0; i < stat.fFirstMet.back();) {
-        const int t = termOf[stat.fMet[i]];
-        const int r = stat.fColumns[t];
-        const GroupState& state = State(t, (stat.fMet[i] - stat.fRestOffset[t]) / r);
-        if (q == 1 && r == 1) {
-            fScaledMet[i] = stat.fMetValues[i] * state.fFactor(0, 0);
-        } else {
-            const Eigen::Map<const Eigen::MatrixXd> block(stat.fMetValues.data() + i * q, q, r);
-            Eigen::Map<Eigen::MatrixXd>(fScaledMet.data() + i * q, q, r).noalias() = block * state.fFactor;
+}
+
+void CrossedEquations::ForColumns(Eigen::Index count, const std::function<void(int)>& work) const {
+    Share(fCrew, static_cast<int>(count), work);
+}
+
+void CrossedEquations::SumMet(double factor, const Weight& weight, const Put& put) const {
+    const int q = fStat->fColumns[fStat->fEliminated];
+    const int* met = fStat->fMet.data();
+    ForChunks(fStat->fRest, [&](int, int begin, int end) {
+        std::vector<double> values, weighted(q);
+        for (int column = begin; column < end; ++column) {
+            for (std::int64_t e = fFirstOfColumn[column]; e < fFirstOfColumn[column + 1]; ++e) {
+                const std::int64_t first = fColumnMet[e];
+                const int subject = fMetSubject[first];
+                const double* n = weight(subject);
+                if (n == nullptr) continue;
+                const double* mine = fScaledMet.data() + first * q;
+                for (int a = 0; a < q; ++a)
+                    weighted[a] = factor * std::inner_product(mine, mine + q, n + a * q, 0.0);
+                const int count = static_cast<int>(fStat->fFirstMet[subject + 1] - first);
+                values.resize(count);
+                for (int b = 0; b < count; ++b, mine += q)
+                    values[b] = std::inner_product(mine, mine + q, weighted.data(), 0.0);
+                put(column, met + first, values.data(), count);
+            }
         }
-        i += r;
-    }
-    Eigen::MatrixXd inner(q, q), shrink(q, q);
-    for (int j = 0; j < stat.fSubjects[gone]; ++j) {
-        const GroupState& state = State(gone, j);
-        const auto own = Own(gone, j);
-        if (q == 1) {
-            const double grown = 1.0 + own(0, 0) * state.fRatio(0, 0);
-            fLogDeterminant += std::log(grown);
-            shrink(0, 0) = 1.0 / grown;
-            inner(0, 0) = state.fRatio(0, 0) / grown;
-        } else {
-            const auto identity = Eigen::MatrixXd::Identity(q, q);
-            const Eigen::LLT<Eigen::MatrixXd> grown(identity + state.fFactor.transpose() * own * state.fFactor);
-            fLogDeterminant += 2.0 * grown.matrixLLT().diagonal().array().log().sum();
-            inner = state.fFactor * grown.solve(state.fFactor.transpose());
-            shrink = (identity + own * state.fRatio).partialPivLu().inverse();
+    });
+}
+
+/// Z_j'W Z_rest L, a block of columns at a time.
+void CrossedEquations::ScaleMet() {
+    const CrossedStatistics& stat = *fStat;
+    const std::size_t q = stat.fColumns[stat.fEliminated];
+    std::vector<const GroupState*> stateOf(stat.fRest);
+    std::vector<int> width(stat.fRest);
+    ForRestSubjects([&](int t, int j, int at) {
+        stateOf[at] = &State(t, j);
+        width[at] = stat.fColumns[t];
+    });
+    ForChunks(stat.fSubjects[stat.fEliminated], [&](int, int first, int end) {
+        for (std::int64_t i = stat.fFirstMet[first]; i < stat.fFirstMet[end];) {
+            const int r = width[stat.fMet[i]];
+            const Eigen::MatrixXd& factor = stateOf[stat.fMet[i]]->fFactor;
+            if (q == 1 && r == 1) {
+                fScaledMet[i] = stat.fMetValues[i] * factor(0, 0);
+            } else {
+                const Eigen::Map<const Eigen::MatrixXd> block(stat.fMetValues.data() + i * q, q, r);
+                Eigen::Map<Eigen::MatrixXd>(fScaledMet.data() + i * q, q, r).noalias() = block * factor;
+            }
+            i += r;
         }
-        Eigen::Map<Eigen::MatrixXd>(fInner.data() + j * q * q, q, q) = inner;
-        Eigen::Map<Eigen::MatrixXd>(fShrink.data() + j * q * q, q, q) = shrink;
-        fSchur->Subtract(MetColumns(j), ScaledMet(j), inner);
-    }
+    });
+}
+
+void CrossedEquations::EliminateSubjects() {
+    const int gone = fStat->fEliminated;
+    const int q = fStat->fColumns[gone];
+    ScaleMet();
+    std::vector<double> logs(kChunks, 0.0);
+    ForChunks(fStat->fSubjects[gone], [&](int chunk, int first, int end) {
+        const auto identity = Eigen::MatrixXd::Identity(q, q);
+        for (int j = first; j < end; ++j) {
+            const GroupState& state = State(gone, j);
+            const auto own = Own(gone, j);
+            auto inner = Block(fInner, j), shrink = Block(fShrink, j);
+            if (q == 1) {
+                const double grown = 1.0 + own(0, 0) * state.fRatio(0, 0);
+                logs[chunk] += std::log(grown);
+                shrink(0, 0) = 1.0 / grown;
+                inner(0, 0) = state.fRatio(0, 0) / grown;
+            } else {
+                const Eigen::LLT<Eigen::MatrixXd> grown(identity + state.fFactor.transpose() * own * state.fFactor);
+                logs[chunk] += 2.0 * grown.matrixLLT().diagonal().array().log().sum();
+                inner = state.fFactor * grown.solve(state.fFactor.transpose());
+                shrink = (identity + own * state.fRatio).partialPivLu().inverse();
+            }
+        }
+    });
+    for (double log : logs)
+        fLogDeterminant += log;
+    SumMet(
+        -1.0, [&](int j) { return Block(fInner, j).data(); },
+        [&](int column, const int* rows, const double* values, int count) {
+            fSchur->Add(column, rows, values, count);
+        });
 }
 
 void CrossedEquations::AddRest() {
     const CrossedStatistics& stat = *fStat;
+    auto add = [&](int row, int column, double value) { fSchur->Add(column, &row, &value, 1); };
     ForRestSubjects([&](int t, int j, int at) {
         const Eigen::MatrixXd& factor = State(t, j).fFactor;
         const Eigen::MatrixXd scaled = factor.transpose() * Own(t, j) * factor;
         for (int a = 0; a < scaled.cols(); ++a)
             for (int b = a; b < scaled.rows(); ++b)
-                fSchur->Add(at + b, at + a, scaled(b, a));
+                add(at + b, at + a, scaled(b, a));
     });
     auto locate = [&](int rest) {
         int t = stat.Terms() - 1;
@@ -219,8 +300,7 @@ void CrossedEquations::AddRest() {
         const Eigen::MatrixXd& right = State(u, k).fFactor;
         for (int a = 0; a <= entry.fRow - row; ++a)
             for (int b = 0; b <= entry.fColumn - column; ++b)
-                fSchur->Add(row + a, column + b,
-                            entry.fValue * left(entry.fRow - row, a) * right(entry.fColumn - column, b));
+                add(row + a, column + b, entry.fValue * left(entry.fRow - row, a) * right(entry.fColumn - column, b));
     }
 }
 
@@ -256,73 +336,85 @@ void CrossedEquations::Scale(Eigen::MatrixXd& rest) const {
     });
 }
 
+Eigen::VectorXd CrossedEquations::Rest(const Eigen::Ref<const Eigen::VectorXd>& all) const {
+    Eigen::VectorXd rest(fStat->fRest);
+    for (int t = 0; t < fStat->Terms(); ++t)
+        if (t != fStat->fEliminated)
+            rest.segment(fStat->fRestOffset[t], fStat->Size(t)) = all.segment(fStat->fOffset[t], fStat->Size(t));
+    return rest;
+}
+
+void CrossedEquations::AddMetTransposed(const double* mine, double* rest) const {
+    const int gone = fStat->fEliminated, q = fStat->fColumns[gone];
+    const double* values = fStat->fMetValues.data();
+    for (int j = 0; j < fStat->fSubjects[gone]; ++j, mine += q)
+        for (std::int64_t i = fStat->fFirstMet[j]; i < fStat->fFirstMet[j + 1]; ++i, values += q)
+            rest[fStat->fMet[i]] += std::inner_product(mine, mine + q, values, 0.0);
+}
+
+void CrossedEquations::AddMet(const double* rest, double* mine) const {
+    const int gone = fStat->fEliminated, q = fStat->fColumns[gone];
+    const double* values = fStat->fMetValues.data();
+    for (int j = 0; j < fStat->fSubjects[gone]; ++j, mine += q)
+        for (std::int64_t i = fStat->fFirstMet[j]; i < fStat->fFirstMet[j + 1]; ++i)
+            for (int a = 0; a < q; ++a)
+                mine[a] += *values++ * rest[fStat->fMet[i]];
+}
+
 Eigen::MatrixXd CrossedEquations::CrossTimes(const Eigen::MatrixXd& f) const {
     const CrossedStatistics& stat = *fStat;
     const int gone = stat.fEliminated;
-    const int q = stat.fColumns[gone];
     Eigen::MatrixXd out(f.rows(), f.cols());
-    Eigen::MatrixXd rest(stat.fRest, f.cols()), product = Eigen::MatrixXd::Zero(stat.fRest, f.cols());
-    ForRestSubjects([&](int t, int j, int at) {
-        const int r = stat.fColumns[t];
-        rest.middleRows(at, r) = f.middleRows(stat.fOffset[t] + j * r, r);
-        product.middleRows(at, r).noalias() = Own(t, j) * rest.middleRows(at, r);
-    });
-    for (const auto& entry : stat.fBetween) {
-        product.row(entry.fRow) += entry.fValue * rest.row(entry.fColumn);
-        product.row(entry.fColumn) += entry.fValue * rest.row(entry.fRow);
-    }
-    for (int j = 0; j < stat.fSubjects[gone]; ++j) {
-        const auto mine = f.middleRows(stat.fOffset[gone] + j * q, q);
-        auto into = out.middleRows(stat.fOffset[gone] + j * q, q);
-        into.noalias() = Own(gone, j) * mine;
-        const auto met = Met(j);
-        const int* columns = MetColumns(j);
-        for (int i = 0; i < met.cols(); ++i) {
-            into.noalias() += met.col(i) * rest.row(columns[i]);
-            product.row(columns[i]).noalias() += met.col(i).transpose() * mine;
+    ForColumns(f.cols(), [&](int k) {
+        const auto from = f.col(k);
+        auto into = out.col(k);
+        for (int t = 0; t < stat.Terms(); ++t) {
+            const int q = stat.fColumns[t];
+            for (int j = 0; j < stat.fSubjects[t]; ++j)
+                into.segment(stat.fOffset[t] + j * q, q) =
+                    Own(t, j).lazyProduct(from.segment(stat.fOffset[t] + j * q, q));
         }
-    }
-    ForRestSubjects([&](int t, int j, int at) {
-        const int r = stat.fColumns[t];
-        out.middleRows(stat.fOffset[t] + j * r, r) = product.middleRows(at, r);
+        const Eigen::VectorXd rest = Rest(from);
+        Eigen::VectorXd product = Eigen::VectorXd::Zero(stat.fRest);
+        for (const auto& entry : stat.fBetween) {
+            product[entry.fRow] += entry.fValue * rest[entry.fColumn];
+            product[entry.fColumn] += entry.fValue * rest[entry.fRow];
+        }
+        AddMet(rest.data(), into.data() + stat.fOffset[gone]);
+        AddMetTransposed(from.data() + stat.fOffset[gone], product.data());
+        for (int t = 0; t < stat.Terms(); ++t)
+            if (t != gone)
+                into.segment(stat.fOffset[t], stat.Size(t)) += product.segment(stat.fRestOffset[t], stat.Size(t));
     });
     return out;
 }
 
 Eigen::MatrixXd CrossedEquations::ReducedTimes(const Eigen::MatrixXd& rest) const {
     Eigen::MatrixXd all = Eigen::MatrixXd::Zero(fStat->Coefficients(), rest.cols());
-    ForRestSubjects([&](int t, int j, int at) {
-        const int r = fStat->fColumns[t];
-        all.middleRows(fStat->fOffset[t] + j * r, r) = rest.middleRows(at, r);
-    });
+    for (int t = 0; t < fStat->Terms(); ++t)
+        if (t != fStat->fEliminated)
+            all.middleRows(fStat->fOffset[t], fStat->Size(t)) = rest.middleRows(fStat->fRestOffset[t], fStat->Size(t));
     return Reduce(CrossTimes(all));
 }
 
 Eigen::MatrixXd CrossedEquations::Reduce(const Eigen::MatrixXd& right) const {
-    const CrossedStatistics& stat = *fStat;
-    const int gone = stat.fEliminated;
-    const std::size_t q = stat.fColumns[gone];
-    Eigen::MatrixXd reduced(stat.fRest, right.cols());
-    ForRestSubjects([&](int t, int j, int at) {
-        const int r = stat.fColumns[t];
-        reduced.middleRows(at, r) = right.middleRows(stat.fOffset[t] + j * r, r);
+    const int gone = fStat->fEliminated, q = fStat->fColumns[gone];
+    Eigen::MatrixXd reduced(fStat->fRest, right.cols());
+    ForColumns(right.cols(), [&](int k) {
+        reduced.col(k) = Rest(right.col(k));
+        const auto mine = right.col(k).segment(fStat->fOffset[gone], fStat->Size(gone));
+        Eigen::VectorXd inside(mine.size());
+        for (int j = 0; j < fStat->fSubjects[gone]; ++j)
+            inside.segment(j * q, q) = -Block(fInner, j).lazyProduct(mine.segment(j * q, q));
+        AddMetTransposed(inside.data(), reduced.col(k).data());
     });
-    Eigen::MatrixXd inside(q, right.cols());
-    for (int j = 0; j < stat.fSubjects[gone]; ++j) {
-        inside.noalias() = Eigen::Map<const Eigen::MatrixXd>(fInner.data() + j * q * q, q, q) *
-                           right.middleRows(stat.fOffset[gone] + j * q, q);
-        const auto met = Met(j);
-        const int* columns = MetColumns(j);
-        for (int i = 0; i < met.cols(); ++i)
-            reduced.row(columns[i]).noalias() -= met.col(i).transpose() * inside;
-    }
     return reduced;
 }
 
 Eigen::MatrixXd CrossedEquations::Project(const Eigen::MatrixXd& right) const {
     const CrossedStatistics& stat = *fStat;
     const int gone = stat.fEliminated;
-    const std::size_t q = stat.fColumns[gone];
+    const int q = stat.fColumns[gone];
     const Eigen::MatrixXd reduced = Reduce(right);
     Eigen::MatrixXd solved = reduced;
     ScaleTransposed(solved);
@@ -342,16 +434,12 @@ Eigen::MatrixXd CrossedEquations::Project(const Eigen::MatrixXd& right) const {
         into = fTerms[t].fRegular ? solved.middleRows(at, r) : difference.middleRows(at, r);
         if (fTerms[t].fRegular) State(t, j).fFactor.triangularView<Eigen::Lower>().transpose().solveInPlace(into);
     });
-    Eigen::MatrixXd left(q, right.cols());
-    for (int j = 0; j < stat.fSubjects[gone]; ++j) {
-        left = right.middleRows(stat.fOffset[gone] + j * q, q);
-        const auto met = Met(j);
-        const int* columns = MetColumns(j);
-        for (int i = 0; i < met.cols(); ++i)
-            left.noalias() -= met.col(i) * effect.row(columns[i]);
-        out.middleRows(stat.fOffset[gone] + j * q, q).noalias() =
-            Eigen::Map<const Eigen::MatrixXd>(fShrink.data() + j * q * q, q, q) * left;
-    }
+    ForColumns(right.cols(), [&](int k) {
+        Eigen::VectorXd left = -right.col(k).segment(stat.fOffset[gone], stat.Size(gone));
+        AddMet(effect.col(k).data(), left.data());
+        for (int j = 0; j < stat.fSubjects[gone]; ++j)
+            out.col(k).segment(stat.fOffset[gone] + j * q, q) = -Block(fShrink, j).lazyProduct(left.segment(j * q, q));
+    });
     return out;
 }
 
@@ -364,7 +452,7 @@ bool CrossedEquations::SolveFixed() {
         const int q = fStat->fColumns[t];
         for (int j = 0; j < fStat->fSubjects[t]; ++j) {
             const int at = fStat->fOffset[t] + j * q;
-            effect.middleRows(at, q).noalias() = State(t, j).fRatio * projected.middleRows(at, q);
+            effect.middleRows(at, q) = State(t, j).fRatio.lazyProduct(projected.middleRows(at, q));
         }
     }
     fReducedCross = fStat->fCross - fStat->fRight.transpose() * effect;
@@ -400,22 +488,29 @@ void CrossedEquations::SumTraces() {
             state.fSquareSum.noalias() += v * v.transpose();
             if (!fRestricted) continue;
             const auto u = fU.middleRows(at, q);
-            state.fTraceSum.noalias() -= u * fFixedInverse * u.transpose();
+            state.fTraceSum -= (u * fFixedInverse).lazyProduct(u.transpose());
         }
     }
     SumEliminatedTraces();
     SumRestTraces();
 }
 
-void CrossedEquations::SumEliminatedTraces() {
+void CrossedEquations::FormEliminated() {
     const int gone = fStat->fEliminated;
-    const std::size_t q = fStat->fColumns[gone];
-    Eigen::MatrixXd h;
-    for (int j = 0; j < fStat->fSubjects[gone]; ++j) {
-        const Eigen::Map<const Eigen::MatrixXd> shrink(fShrink.data() + j * q * q, q, q);
-        h.noalias() = shrink * ScaledMet(j);
-        fTerms[gone].fGroups[Group(gone, j)].fTraceSum += shrink * Own(gone, j) - fSchur->Form(MetColumns(j), h);
-    }
+    ForChunks(fStat->fSubjects[gone], [&](int, int first, int end) {
+        Eigen::MatrixXd h;
+        for (int j = first; j < end; ++j) {
+            h = Block(fShrink, j).lazyProduct(ScaledMet(j));
+            Block(fForm, j) = fSchur->Form(MetColumns(j), h);
+        }
+    });
+}
+
+void CrossedEquations::SumEliminatedTraces() {
+    FormEliminated();
+    const int gone = fStat->fEliminated;
+    for (int j = 0; j < fStat->fSubjects[gone]; ++j)
+        fTerms[gone].fGroups[Group(gone, j)].fTraceSum += Block(fShrink, j).lazyProduct(Own(gone, j)) - Block(fForm, j);
 }
 
 void CrossedEquations::SumRestTraces() {
@@ -486,7 +581,7 @@ Eigen::MatrixXd CrossedEquations::CovarianceTimes(const Eigen::MatrixXd& f) cons
         const int q = fStat->fColumns[t];
         for (int j = 0; j < fStat->fSubjects[t]; ++j) {
             const int at = fStat->fOffset[t] + j * q;
-            out.middleRows(at, q).noalias() = State(t, j).fG * f.middleRows(at, q);
+            out.middleRows(at, q) = State(t, j).fG.lazyProduct(f.middleRows(at, q));
         }
     }
     return out;
@@ -501,7 +596,7 @@ Eigen::MatrixXd CrossedEquations::DerivativeTimes(int param, const Eigen::Matrix
             const int k = param - state.fFirstParam;
             if (k < 0 || k >= static_cast<int>(state.fFirst.size())) continue;
             const int at = fStat->fOffset[t] + j * q;
-            out.middleRows(at, q).noalias() = state.fFirst[k] * f.middleRows(at, q);
+            out.middleRows(at, q) = state.fFirst[k].lazyProduct(f.middleRows(at, q));
         }
     }
     return out;
@@ -599,7 +694,7 @@ CrossedValue CrossedEquations::DifferencedHessian(const Eigen::VectorXd& theta) 
     } else {
         hessian = 0.5 * (hessian + hessian.transpose()).eval();
     }
-    base.fExpected = 2.0 * base.fHessian - hessian + curvature;
+    base.fExpected = 2.0 * base.fExpected - hessian + curvature;
     base.fHessian = hessian;
     Evaluate(theta, CrossedOrder::kValue);
     return base;

@@ -5,6 +5,8 @@
 #include "engine/structures/Structure.h"
 
 #include <Eigen/Dense>
+#include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -22,7 +24,7 @@ struct CrossedCovariance {
 enum class CrossedOrder {
     kValue,     ///< -2 log likelihood and fixed effects
     kGradient,  ///< its gradient
-    kAverage,   ///< average information: the mean of observed and expected, without second derivatives of G
+    kAverage,   ///< average information, the mean of observed and expected: takes the place of the expected Hessian
     kExact      ///< the Hessian
 };
 
@@ -31,9 +33,8 @@ struct CrossedValue {
     bool fFeasible = false;  ///< false: some G is not positive semidefinite, or the residual variance not positive
     double fObjective = std::numeric_limits<double>::quiet_NaN();  ///< -2 log likelihood, restricted or full
     Eigen::VectorXd fGradient;
-    Eigen::MatrixXd fHessian;  ///< of fObjective: at kAverage the average information, at kExact exact
-    Eigen::MatrixXd
-        fExpected;  ///< kExact only: tr(Q V_k Q V_l), Q = P (restricted) or V^-1 (full); the expected Hessian
+    Eigen::MatrixXd fHessian;   ///< of fObjective: at kAverage with average for expected information, at kExact exact
+    Eigen::MatrixXd fExpected;  ///< tr(Q V_k Q V_l), Q = P (restricted) or V^-1 (full); at kAverage y'P V_k P V_l P y
 };
 
 /// Likelihood, derivatives and predictions of y = X b + sum Z_t u_t + e, cov(e) = s2 W^-1, cov(u_t) = I x G_t, from
@@ -138,6 +139,9 @@ private:
     Eigen::Map<const Eigen::MatrixXd> Own(int term, int subject) const;
     Eigen::Map<const Eigen::MatrixXd> Met(int subject) const;
     Eigen::Map<const Eigen::MatrixXd> ScaledMet(int subject) const;
+    /// The eliminated subject's matrix in one of the lists below.
+    Eigen::Map<Eigen::MatrixXd> Block(std::vector<double>& list, int subject) const;
+    Eigen::Map<const Eigen::MatrixXd> Block(const std::vector<double>& list, int subject) const;
     const int* MetColumns(int subject) const { return fStat->fMet.data() + fStat->fFirstMet[subject]; }
     int MetCount(int subject) const {
         return static_cast<int>(fStat->fFirstMet[subject + 1] - fStat->fFirstMet[subject]);
@@ -152,14 +156,29 @@ private:
         }
     }
 
+    void IndexMet();
     bool SetCovariance(const Eigen::VectorXd& theta);
     bool Assemble();
+    void ScaleMet();
     void EliminateSubjects();
+    /// One eliminated subject's symmetric matrix, or null to leave the subject out.
+    using Weight = std::function<const double*(int subject)>;
+    /// values[i] belong to element (rows[i], column).
+    using Put = std::function<void(int column, const int* rows, const double* values, int count)>;
+    /// The lower triangle of sum over eliminated subjects j of factor M_j' N_j M_j, M_j their scaled Z_j'W Z_rest. A
+    /// column is put by one thread, in the subjects' order.
+    void SumMet(double factor, const Weight& weight, const Put& put) const;
+    /// work(chunk, first, end) over fixed chunks of 0 to count.
+    void ForChunks(int count, const std::function<void(int, int, int)>& work) const;
+    void ForColumns(Eigen::Index count, const std::function<void(int)>& work) const;
+    /// The rest's part of a vector of coefficients.
+    Eigen::VectorXd Rest(const Eigen::Ref<const Eigen::VectorXd>& all) const;
     void AddRest();
     void MarkRegular();
     bool SolveFixed();
     double Objective() const;
     void SumTraces();
+    void FormEliminated();
     void SumEliminatedTraces();
     void SumRestTraces();
     void SumIrregularTraces(int term);
@@ -171,6 +190,10 @@ private:
     /// L'b and L b over the rest's blocks.
     void ScaleTransposed(Eigen::MatrixXd& rest) const;
     void Scale(Eigen::MatrixXd& rest) const;
+    /// rest += sum over eliminated subjects of Met' mine.
+    void AddMetTransposed(const double* mine, double* rest) const;
+    /// mine += Met rest, for every eliminated subject.
+    void AddMet(const double* rest, double* mine) const;
     /// (Z'W Z f) for coefficients f.
     Eigen::MatrixXd CrossTimes(const Eigen::MatrixXd& coefficients) const;
     /// Z_r'(V1^-1 s2) Z_r f over the rest, V1 holding the eliminated term and the residual alone.
@@ -191,6 +214,10 @@ private:
     Workers* fCrew;
     std::unique_ptr<SchurComplement> fSchur;
 
+    std::vector<std::int64_t> fColumnMet;      ///< positions in the statistics' fMet, by rest index
+    std::vector<std::int64_t> fFirstOfColumn;  ///< where a rest index's positions begin; one entry more, the end
+    std::vector<int> fMetSubject;              ///< eliminated subject of each position
+
     enum class Known { kNothing, kValue, kTraces };
     Known fKnown = Known::kNothing;  ///< at fTheta
     Eigen::VectorXd fTheta;
@@ -199,6 +226,7 @@ private:
     std::vector<double> fScaledMet;  ///< Z_j'W Z_rest L, as the statistics' fMetValues
     std::vector<double> fShrink;     ///< eliminated subjects: (I + D C)^-1, D = Z_j'WZ_j
     std::vector<double> fInner;      ///< eliminated subjects: (C^-1 + D)^-1
+    std::vector<double> fForm;       ///< eliminated subjects: H_j S^-1 H_j', H_j = (I + D C)^-1 Z_j'W Z_rest L
     double fLogDeterminant = 0.0;    ///< log|M|
     Eigen::MatrixXd fReducedCross;   ///< [X y]'V0^-1 [X y]
     Eigen::MatrixXd fFixedInverse;   ///< (X'V0^-1 X)^-1

@@ -108,7 +108,7 @@ Eigen::MatrixXd CrossedEquations::Predictions(int term) const {
 }
 
 Eigen::MatrixXd CrossedEquations::PredictionCovariances(int term) {
-    if (!fSchur->IsInverted()) fSchur->Invert();
+    if (fKnown != Known::kTraces) Evaluate(fTheta, CrossedOrder::kGradient);
     const std::size_t q = fStat->fColumns[term];
     const int subjects = fStat->fSubjects[term];
     Eigen::MatrixXd out(q, q * subjects);
@@ -116,8 +116,7 @@ Eigen::MatrixXd CrossedEquations::PredictionCovariances(int term) {
         const GroupState& state = State(term, j);
         auto block = out.middleCols(j * q, q);
         if (term == fStat->fEliminated) {
-            const Eigen::Map<const Eigen::MatrixXd> inner(fInner.data() + j * q * q, q, q);
-            block = inner + fSchur->Form(MetColumns(j), inner * ScaledMet(j));
+            block = Block(fInner, j) + state.fRatio * Block(fForm, j) * state.fRatio;
         } else {
             const int at = fStat->fRestOffset[term] + j * static_cast<int>(q);
             Eigen::MatrixXd inverse(q, q);

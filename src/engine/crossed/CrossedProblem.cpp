@@ -318,7 +318,7 @@ Evaluation CrossedLikelihood::Translate(const CrossedValue& value) const {
     for (const Eigen::MatrixXd& slope : fEquations.FixedCovarianceDerivatives())
         at.fSlopes.push_back(lower.transpose() * slope * lower);
     at.fObserved = value.fHessian;
-    at.fExpected = value.fExpected.size() > 0 ? value.fExpected : value.fHessian;
+    at.fExpected = value.fExpected;
     return at;
 }
 

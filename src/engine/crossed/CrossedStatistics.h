@@ -56,6 +56,8 @@ struct CrossedStatistics {
 
     int Coefficients() const { return fOffset.back(); }
     int Terms() const { return static_cast<int>(fColumns.size()); }
+    /// Coefficients of a term.
+    int Size(int term) const { return fOffset[term + 1] - fOffset[term]; }
 
     /// The same statistics for some of the columns of X, ascending. The intercept, if any, must be among them.
     CrossedStatistics WithColumns(const std::vector<int>& kept) const;

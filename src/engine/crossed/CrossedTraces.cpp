@@ -153,12 +153,9 @@ void CrossedTraces::AddRestPairs() {
 void CrossedTraces::AddEliminatedLocal() {
     const CrossedStatistics& stat = *fEq.fStat;
     const int gone = stat.fEliminated;
-    const std::size_t q = stat.fColumns[gone];
     for (int j = 0; j < stat.fSubjects[gone]; ++j) {
-        const Eigen::Map<const Eigen::MatrixXd> shrink(fEq.fShrink.data() + j * q * q, q, q);
-        const Eigen::MatrixXd own = shrink * fEq.Own(gone, j);
-        const Eigen::MatrixXd form = fEq.fSchur->Form(fEq.MetColumns(j), shrink * fEq.ScaledMet(j));
-        const Eigen::MatrixXd rest = own - form;
+        const auto form = fEq.Block(fEq.fForm, j);
+        const Eigen::MatrixXd rest = fEq.Block(fEq.fShrink, j).lazyProduct(fEq.Own(gone, j)) - form;
         // F dG F dG' - F dG W dG' - W dG F dG' = (F - W) dG (F - W) dG' - W dG W dG'
         for (int d : fOfTerm[gone])
             for (int e : fOfTerm[gone]) {
@@ -174,32 +171,28 @@ void CrossedTraces::AddEliminatedLocal() {
 void CrossedTraces::AddEliminatedPairs() {
     const CrossedStatistics& stat = *fEq.fStat;
     const int gone = stat.fEliminated;
-    const std::size_t q = stat.fColumns[gone];
     const int order = stat.fRest;
     if (order == 0) return;
     const std::vector<int>& own = fOfTerm[gone];
-    std::vector<Eigen::MatrixXd> products;
+    std::vector<Eigen::MatrixXd> products;  // of K with S^-1
     for (int d : own) {
-        Eigen::MatrixXd sum = Eigen::MatrixXd::Zero(order, order);
+        // H_j' dG H_j = M_j' N_j M_j
+        std::vector<double> inner(fEq.fShrink.size());
         for (int j = 0; j < stat.fSubjects[gone]; ++j) {
-            if (fEq.Group(gone, j) != fDirections[d].fGroup) continue;
-            const Eigen::MatrixXd h =
-                Eigen::Map<const Eigen::MatrixXd>(fEq.fShrink.data() + j * q * q, q, q) * fEq.ScaledMet(j);
-            const Eigen::MatrixXd changed = fDirections[d].fChange * h;
-            const int* columns = fEq.MetColumns(j);
-            for (Eigen::Index a = 0; a < h.cols(); ++a) {
-                double* into = sum.col(columns[a]).data();
-                if (q == 1) {
-                    for (Eigen::Index b = 0; b < h.cols(); ++b)
-                        into[columns[b]] += changed(0, a) * h(0, b);
-                } else {
-                    for (Eigen::Index b = 0; b < h.cols(); ++b)
-                        into[columns[b]] += changed.col(a).dot(h.col(b));
-                }
-            }
+            const auto shrink = fEq.Block(fEq.fShrink, j);
+            fEq.Block(inner, j) = shrink.transpose() * fDirections[d].fChange * shrink;
         }
+        Eigen::MatrixXd sum = Eigen::MatrixXd::Zero(order, order);
+        fEq.SumMet(
+            1.0,
+            [&](int j) { return fEq.Group(gone, j) == fDirections[d].fGroup ? fEq.Block(inner, j).data() : nullptr; },
+            [&](int column, const int* rows, const double* values, int count) {
+                double* into = sum.col(column).data();
+                for (int i = 0; i < count; ++i)
+                    into[rows[i]] += values[i];
+            });
         products.emplace_back(order, order);
-        TiledMultiply(fInverse.data(), order, sum.data(), order, products.back().data(), fEq.fCrew);
+        TiledMultiply(sum.data(), order, fInverse.data(), order, products.back().data(), fEq.fCrew);
     }
     for (std::size_t a = 0; a < own.size(); ++a) {
         for (std::size_t b = a; b < own.size(); ++b) {
@@ -217,11 +210,10 @@ void CrossedTraces::AddEliminatedPairs() {
             if (a != b) fPairs(own[b], own[a]) += trace;
         }
         // Between the eliminated term and the rest's regular ones: S^-1 K S^-1 on their subjects' blocks.
-        const Eigen::MatrixXd transposed = products[a].transpose();
         fEq.ForRestSubjects([&](int t, int j, int at) {
             if (fIrregularAt[t] >= 0) return;
             const int r = stat.fColumns[t];
-            const Eigen::MatrixXd block = transposed.middleCols(at, r).transpose() * fInverse.middleCols(at, r);
+            const Eigen::MatrixXd block = products[a].middleCols(at, r).transpose() * fInverse.middleCols(at, r);
             for (int e : fOfTerm[t]) {
                 if (fDirections[e].fGroup != fEq.Group(t, j)) continue;
                 const double value = block.cwiseProduct(fDirections[e].fScaled).sum();

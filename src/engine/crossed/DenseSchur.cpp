@@ -23,26 +23,10 @@ public:
         fInverted = fWhole = false;
     }
 
-    void Add(int row, int column, double value) override { Column(column)[row] += value; }
-
-    void Subtract(const int* cols, const Eigen::Ref<const Eigen::MatrixXd>& h,
-                  const Eigen::Ref<const Eigen::MatrixXd>& weight) override {
-        const Eigen::Index n = h.cols();
-        if (h.rows() == 1) {
-            for (Eigen::Index a = 0; a < n; ++a) {
-                double* column = Column(cols[a]);
-                const double scaled = weight(0, 0) * h(0, a);
-                for (Eigen::Index b = a; b < n; ++b)
-                    column[cols[b]] -= scaled * h(0, b);
-            }
-            return;
-        }
-        const Eigen::MatrixXd weighted = weight * h;
-        for (Eigen::Index a = 0; a < n; ++a) {
-            double* column = Column(cols[a]);
-            for (Eigen::Index b = a; b < n; ++b)
-                column[cols[b]] -= weighted.col(a).dot(h.col(b));
-        }
+    void Add(int column, const int* rows, const double* values, int count) override {
+        double* into = Column(column);
+        for (int i = 0; i < count; ++i)
+            into[rows[i]] += values[i];
     }
 
     double Diagonal(int i) const override { return Column(i)[i]; }

@@ -12,8 +12,8 @@ namespace engine {
 /// The symmetric positive definite matrix S of the rest coefficients that remains when the largest term is eliminated:
 /// assembled, factored and inverted, again at every evaluation.
 ///
-/// Order of calls: Reset, any number of Add and Subtract, Factor, then LogDeterminant, Solve; after Invert also Entry
-/// and Form. Rows and columns are rest indices.
+/// Order of calls: Reset, any number of Add, Factor, then LogDeterminant, Solve; after Invert also Entry and Form. Rows
+/// and columns are rest indices.
 class SchurComplement {
 public:
     virtual ~SchurComplement() = default;
@@ -21,11 +21,8 @@ public:
     virtual int Order() const = 0;
     /// S = I.
     virtual void Reset() = 0;
-    /// S(row, column) += value, row >= column.
-    virtual void Add(int row, int column, double value) = 0;
-    /// S(cols, cols) -= h' n h for n ascending columns; h is q x n, weight q x q symmetric.
-    virtual void Subtract(const int* cols, const Eigen::Ref<const Eigen::MatrixXd>& h,
-                          const Eigen::Ref<const Eigen::MatrixXd>& weight) = 0;
+    /// S(rows[i], column) += values[i], i below count, all rows >= column. Threads may add to different columns.
+    virtual void Add(int column, const int* rows, const double* values, int count) = 0;
     virtual double Diagonal(int i) const = 0;
     /// Cholesky factor. False when S is not positive definite to working accuracy.
     virtual bool Factor() = 0;
@@ -34,7 +31,7 @@ public:
     virtual void Solve(Eigen::MatrixXd& b) const = 0;
     /// S^-1, of a sparse one the elements on its factor's pattern.
     virtual void Invert() = 0;
-    /// Element of S^-1, row >= column, on the pattern of what was added and subtracted.
+    /// Element of S^-1, row >= column, on the pattern of what was added.
     virtual double Entry(int row, int column) const = 0;
     /// h S^-1(cols, cols) h'.
     virtual Eigen::MatrixXd Form(const int* cols, const Eigen::Ref<const Eigen::MatrixXd>& h) const = 0;

@@ -110,14 +110,9 @@ public:
         fInverse.clear();
     }
 
-    void Add(int row, int column, double value) override { fMatrix.valuePtr()[Find(fMatrix, row, column)] += value; }
-
-    void Subtract(const int* cols, const Eigen::Ref<const Eigen::MatrixXd>& h,
-                  const Eigen::Ref<const Eigen::MatrixXd>& weight) override {
-        const Eigen::MatrixXd weighted = weight * h;
-        for (Eigen::Index a = 0; a < h.cols(); ++a)
-            for (Eigen::Index b = a; b < h.cols(); ++b)
-                fMatrix.valuePtr()[Find(fMatrix, cols[b], cols[a])] -= weighted.col(a).dot(h.col(b));
+    void Add(int column, const int* rows, const double* values, int count) override {
+        for (int i = 0; i < count; ++i)
+            fMatrix.valuePtr()[Find(fMatrix, rows[i], column)] += values[i];
     }
 
     double Diagonal(int i) const override { return fMatrix.valuePtr()[fMatrix.outerIndexPtr()[fOrder.indices()[i]]]; }

@@ -1,5 +1,7 @@
 #include "engine/crossed/TiledCholesky.h"
 
+#include "engine/model/Share.h"
+
 #include <algorithm>
 #include <cblas.h>
 #include <cstddef>
@@ -14,7 +16,7 @@ namespace {
 /// Tiles of a square array.
 class Tiles {
 public:
-    Tiles(double* data, int order) : fData(data), fOrder(order), fSize(order < 4000 ? 128 : 256) {}
+    Tiles(double* data, int order) : fData(data), fOrder(order), fSize(order < 1024 ? 128 : 256) {}
     int Count() const { return (fOrder + fSize - 1) / fSize; }
     int Begin(int i) const { return i * fSize; }
     int Width(int i) const { return std::min(fSize, fOrder - Begin(i)); }
@@ -28,15 +30,6 @@ private:
     int fOrder;
     int fSize;
 };
-
-void Share(Workers* crew, int chunks, const std::function<void(int)>& work) {
-    if (crew != nullptr && crew->Threads() > 1 && chunks > 1) {
-        crew->Run(chunks, work);
-        return;
-    }
-    for (int c = 0; c < chunks; ++c)
-        work(c);
-}
 
 /// The threads are ours; the linear algebra library is to add none of its own.
 void HoldLibraryToOneThread() {
@@ -125,7 +118,7 @@ void TiledInvert(double* l, int n, Workers* crew) {
 
 void TiledMultiply(const double* s, int n, const double* b, int columns, double* c, Workers* crew) {
     HoldLibraryToOneThread();
-    constexpr int kPanel = 128;
+    constexpr int kPanel = 256;
     Share(crew, (columns + kPanel - 1) / kPanel, [&](int chunk) {
         const std::size_t at = static_cast<std::size_t>(chunk) * kPanel * n;
         cblas_dsymm(CblasColMajor, CblasLeft, CblasLower, n, std::min(kPanel, columns - chunk * kPanel), 1.0, s, n,

@@ -57,7 +57,13 @@ void XmlWriter::Text(std::string_view text) {
 }
 
 void XmlWriter::Escape(std::string_view text, bool inAttribute) {
-    for (const char c : text) {
+    // What needs no escape goes out in one piece.
+    std::size_t written = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char c = text[at];
+        if (static_cast<unsigned char>(c) >= 0x20 && c != '&' && c != '<' && c != '>' && c != '"') continue;
+        fStream << text.substr(written, at - written);
+        written = at + 1;
         switch (c) {
             case '&':
                 fStream << "&amp;";
@@ -81,9 +87,10 @@ void XmlWriter::Escape(std::string_view text, bool inAttribute) {
                 }
                 break;
             default:
-                if (static_cast<unsigned char>(c) >= 0x20) fStream << c;
+                break;
         }
     }
+    fStream << text.substr(written);
 }
 
 void XmlWriter::Array(std::span<const double> values) {

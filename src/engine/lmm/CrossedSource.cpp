@@ -28,8 +28,7 @@ public:
     explicit CrossedSource(const FittedModel& model)
         : fModel(model),
           fProblem(*model.fCrossed),
-          fLikelihood(*model.fCrossed, model.fSpec.fRestricted),
-          fEquations(fLikelihood.At(model.fTheta, ThetaScale::kReported)),
+          fEquations(static_cast<const CrossedLikelihood&>(*model.fObjective).At(model.fTheta, ThetaScale::kReported)),
           fSubjects(model.fSpec.fRandom.size()) {
         fEquations.Evaluate(model.fTheta, CrossedOrder::kGradient);
         CollectSubjects();
@@ -173,7 +172,6 @@ private:
 
     const FittedModel& fModel;
     const CrossedProblem& fProblem;
-    CrossedLikelihood fLikelihood;
     CrossedEquations& fEquations;
     std::vector<std::map<std::vector<int>, CrossedSubject>> fSubjects;  ///< per block, by codes
 };

@@ -1,5 +1,7 @@
 #include "engine/lmm/DenseKernels.h"
 
+#include "engine/crossed/TiledCholesky.h"
+
 #include <cblas.h>
 #include <cmath>
 #include <lapacke.h>
@@ -8,7 +10,8 @@ namespace engine {
 
 namespace {
 
-constexpr Eigen::Index kTuned = 96;  // order from which the library's packing pays
+constexpr Eigen::Index kTuned = 96;    // order from which the library's packing pays
+constexpr Eigen::Index kShared = 512;  // order from which there are tiles for several threads
 
 // The library's own threads would change the last bits with their number.
 [[maybe_unused]] const bool kOneThread = [] {
@@ -18,11 +21,13 @@ constexpr Eigen::Index kTuned = 96;  // order from which the library's packing p
 
 }  // namespace
 
-bool FactorInPlace(Eigen::MatrixXd& matrix) {
+bool FactorInPlace(Eigen::MatrixXd& matrix, Workers* crew) {
     const Eigen::Index n = matrix.rows();
     if (n >= kTuned) {
         const auto order = static_cast<lapack_int>(n);
-        if (LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', order, matrix.data(), order) != 0) return false;
+        const bool done = n >= kShared ? TiledFactor(matrix.data(), order, crew)
+                                       : LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', order, matrix.data(), order) == 0;
+        if (!done) return false;
         matrix.triangularView<Eigen::StrictlyUpper>().setZero();
         return true;
     }
@@ -47,12 +52,16 @@ bool FactorInPlace(Eigen::MatrixXd& matrix) {
     return true;
 }
 
-void InverseFromFactor(const Eigen::MatrixXd& factor, Eigen::MatrixXd& inverse) {
+void InverseFromFactor(const Eigen::MatrixXd& factor, Eigen::MatrixXd& inverse, Workers* crew) {
     const Eigen::Index n = factor.rows();
     if (n >= kTuned) {
         inverse = factor;
         const auto order = static_cast<lapack_int>(n);
-        LAPACKE_dpotri_work(LAPACK_COL_MAJOR, 'L', order, inverse.data(), order);
+        if (n >= kShared) {
+            TiledInvert(inverse.data(), order, crew);
+        } else {
+            LAPACKE_dpotri_work(LAPACK_COL_MAJOR, 'L', order, inverse.data(), order);
+        }
         inverse.triangularView<Eigen::StrictlyUpper>() = inverse.transpose();
         return;
     }
@@ -80,6 +89,13 @@ void Multiply(const Eigen::MatrixXd& left, const Eigen::MatrixXd& right, Eigen::
                 static_cast<int>(right.cols()), static_cast<int>(left.cols()), 1.0, left.data(),
                 static_cast<int>(left.rows()), right.data(), static_cast<int>(right.rows()), 0.0, out.data(),
                 static_cast<int>(out.rows()));
+}
+
+void MultiplySymmetric(const Eigen::MatrixXd& left, const Eigen::MatrixXd& right, Eigen::MatrixXd& out, Workers* crew) {
+    if (left.rows() < kShared) return Multiply(left, right, out);
+    out.resize(left.rows(), right.cols());
+    TiledMultiply(left.data(), static_cast<int>(left.rows()), right.data(), static_cast<int>(right.cols()), out.data(),
+                  crew);
 }
 
 void SolveLower(const Eigen::MatrixXd& factor, Eigen::MatrixXd& right) {

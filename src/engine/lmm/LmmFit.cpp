@@ -342,7 +342,7 @@ FitStatus Build(FittedModel& model, FitResult& result, const WorkingData& workin
         model.fObjective = std::make_unique<MarginalLikelihood>(*model.fProblem, spec.fRestricted);
         return {0, Severity::kOk, {}};
     }
-    auto crossed = std::make_unique<CrossedLikelihood>(*model.fCrossed, spec.fRestricted);
+    auto crossed = std::make_unique<CrossedLikelihood>(*model.fCrossed, spec.fRestricted, &model.fWorkers);
     if (!crossed->IsWithinReach()) {
         return {kNotBuilt, Severity::kError, "The crossed random effects have too many levels for this machine."};
     }

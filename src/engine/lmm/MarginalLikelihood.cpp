@@ -39,12 +39,16 @@ Eigen::MatrixXd RotationOf(const Evaluation& at) {
 }  // namespace
 
 Evaluation MarginalLikelihood::Value(const Eigen::VectorXd& theta, ThetaScale scale) const {
+    if (!fProblem.Layout().Feasible(theta, scale)) return Evaluation();
+    const ThetaState state(fProblem.Layout(), theta, scale, 0);
+    UnitKernel alone(state, fProblem.Basis().Rank() + 1, &fProblem.Crew());
+    return ValueAt(state, alone);
+}
+
+Evaluation MarginalLikelihood::ValueAt(const ThetaState& state, UnitKernel& alone) const {
     Evaluation at;
-    const ParameterLayout& layout = fProblem.Layout();
     const FixedBasis& fixed = fProblem.Basis();
     const int p = fixed.Rank();
-    if (!layout.Feasible(theta, scale)) return at;
-    const ThetaState state(layout, theta, scale, 0);
     const auto& units = fProblem.Units();
     struct Sums {
         double fLog = 0.0;
@@ -55,7 +59,8 @@ Evaluation MarginalLikelihood::Value(const Eigen::VectorXd& theta, ThetaScale sc
     std::vector<Sums> sums(chunks);
     fProblem.Crew().Run(chunks, [&](int c) {
         sums[c].fCross.setZero(p + 1, p + 1);
-        UnitKernel kernel(state, p + 1);
+        UnitKernel own(state, p + 1);
+        UnitKernel& kernel = chunks == 1 ? alone : own;
         for (std::size_t u = Edge(units.size(), chunks, c); u < Edge(units.size(), chunks, c + 1); ++u) {
             if (!kernel.AddValue(units[u], &sums[c].fLog, &sums[c].fCross)) {
                 sums[c].fGood = false;
@@ -95,12 +100,14 @@ Evaluation MarginalLikelihood::Value(const Eigen::VectorXd& theta, ThetaScale sc
 }
 
 Evaluation MarginalLikelihood::Derivatives(const Eigen::VectorXd& theta, ThetaScale scale) const {
-    Evaluation at = Value(theta, scale);
-    if (!at.fFeasible) return at;
     const ParameterLayout& layout = fProblem.Layout();
-    const int p = static_cast<int>(at.fBeta.size());
-    const int m = layout.NumParams();
+    if (!layout.Feasible(theta, scale)) return Evaluation();
     const ThetaState state(layout, theta, scale, 2);
+    const int p = fProblem.Basis().Rank();
+    UnitKernel alone(state, p + 1, &fProblem.Crew());
+    Evaluation at = ValueAt(state, alone);
+    if (!at.fFeasible) return at;
+    const int m = layout.NumParams();
     const auto& units = fProblem.Units();
     const Eigen::MatrixXd basis = RotationOf(at);
     const int chunks = ChunksFor(units.size(), static_cast<double>(m) * ((p + 1) * (p + 1) + 4 * m));
@@ -108,7 +115,8 @@ Evaluation MarginalLikelihood::Derivatives(const Eigen::VectorXd& theta, ThetaSc
     std::vector<char> good(chunks, 1);
     fProblem.Crew().Run(chunks, [&](int c) {
         sums[c].Reset(m, p + 1, state);
-        UnitKernel kernel(state, p + 1);
+        UnitKernel own(state, p + 1);
+        UnitKernel& kernel = chunks == 1 ? alone : own;
         for (std::size_t u = Edge(units.size(), chunks, c); u < Edge(units.size(), chunks, c + 1); ++u) {
             if (!kernel.AddDerivatives(units[u], basis, fRestricted, &sums[c])) good[c] = 0;
         }
@@ -172,7 +180,7 @@ Eigen::MatrixXd MarginalLikelihood::WeightedCurvature(const Eigen::VectorXd& the
     std::vector<Eigen::MatrixXd> sums(chunks);
     fProblem.Crew().Run(chunks, [&](int c) {
         sums[c].setZero(p + 1, p + 1);
-        UnitKernel kernel(state, p + 1);
+        UnitKernel kernel(state, p + 1, chunks == 1 ? &fProblem.Crew() : nullptr);
         for (std::size_t u = Edge(units.size(), chunks, c); u < Edge(units.size(), chunks, c + 1); ++u)
             kernel.AddCurvature(units[u], basis, weight, &sums[c]);
     });

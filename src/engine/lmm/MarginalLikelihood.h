@@ -5,6 +5,9 @@
 
 namespace engine {
 
+class ThetaState;
+class UnitKernel;
+
 /// The likelihood from a problem's units: dense algebra of each unit's order, units in parallel.
 class MarginalLikelihood : public Objective {
 public:
@@ -18,6 +21,9 @@ public:
                                       const Eigen::MatrixXd& weight) const override;
 
 private:
+    /// alone: of the state, used when the units are one chunk.
+    Evaluation ValueAt(const ThetaState& state, UnitKernel& alone) const;
+
     const LmmProblem& fProblem;
     bool fRestricted;
 };

@@ -10,8 +10,10 @@ namespace {
 constexpr double kSingular = 1e-10;  // eigenvalue of the unit-diagonal Hessian that counts as zero while stepping
 constexpr double kNegative = -1e-7;  // eigenvalue below which a stationary point is a saddle
 constexpr int kMaxPolish = 8;
-constexpr double kRounding = 1e-13;  // relative noise of the objective
-constexpr double kRunaway = 1e12;    // growth of a parameter, in spreads of the target, that has no end
+constexpr double kRounding = 1e-13;   // relative noise of the objective
+constexpr double kClose = 1e-8;       // Newton decrement from which the gradient is a better guide than the objective,
+constexpr double kCloseNoise = 1e-9;  // whose parts may be much larger than their sum, and ill-conditioned
+constexpr double kRunaway = 1e12;     // growth of a parameter, in spreads of the target, that has no end
 
 bool IsCancelled(const ModelSpec& spec) {
     return spec.fCancelled && spec.fCancelled();
@@ -112,7 +114,8 @@ NewtonSolver::Step NewtonSolver::Propose(const Evaluation& at, const std::vector
 bool NewtonSolver::Search(const Step& step, int most, bool strict, SolverOutcome* outcome,
                           IterationRecord* record) const {
     const double before = outcome->fAt.fValue;
-    const double noise = kRounding * std::max(1.0, std::abs(before));
+    const double rounding = kRounding * std::max(1.0, std::abs(before));
+    const double noise = step.fDecrement < kClose ? std::max(rounding, kCloseNoise) : rounding;
     double length = 1.0;
     for (int halving = 0; halving <= most; ++halving, length *= 0.5) {
         const Eigen::VectorXd trial = Clamped(outcome->fTheta + length * step.fMove);
@@ -274,7 +277,8 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
     outcome.fSmallestEigenvalue = last.fSmallest;
     outcome.fScaledGradient = 0.0;
     for (Eigen::Index k = 0; k < outcome.fTheta.size(); ++k) {
-        const double curvature = outcome.fAt.fExpected(k, k);
+        // The expected information of a factor's element vanishes with the element, the curvature doesn't.
+        const double curvature = std::max(outcome.fAt.fExpected(k, k), std::abs(outcome.fAt.fObserved(k, k)));
         if (!outcome.fHeld[k] && curvature > 0.0) {
             outcome.fScaledGradient =
                 std::max(outcome.fScaledGradient, std::abs(outcome.fAt.fGradient[k]) / std::sqrt(curvature));

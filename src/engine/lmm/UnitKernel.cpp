@@ -2,6 +2,7 @@
 
 #include "engine/lmm/DenseKernels.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 
@@ -87,6 +88,8 @@ void DerivativeSums::Add(const DerivativeSums& other) {
 }
 
 bool UnitKernel::Factor(const Unit& unit) {
+    if (fFactored == &unit) return true;
+    fFactored = nullptr;
     const int n = unit.fOrder;
     if (unit.fIdentity >= 0) {
         fFactor.setZero(n, n);
@@ -112,7 +115,10 @@ bool UnitKernel::Factor(const Unit& unit) {
             fFactor.noalias() += fScratch.lazyProduct(z.transpose());
         }
     }
-    return FactorInPlace(fFactor);
+    if (IsLargeAndPlain(unit)) fWhole = fFactor;
+    if (!FactorInPlace(fFactor, fCrew)) return false;
+    fFactored = &unit;
+    return true;
 }
 
 bool UnitKernel::AddValue(const Unit& unit, double* logDeterminant, Eigen::MatrixXd* cross) {
@@ -123,7 +129,7 @@ bool UnitKernel::AddValue(const Unit& unit, double* logDeterminant, Eigen::Matri
         sum += std::log(fFactor(i, i));
     *logDeterminant += 2.0 * unit.fCount * sum;
     if (unit.fGram.size() > 0) {
-        InverseFromFactor(fFactor, fInverse);
+        InverseFromFactor(fFactor, fInverse, fCrew);
         for (int b = 0; b < unit.fOrder; ++b) {
             for (int a = 0; a < unit.fOrder; ++a)
                 *cross += fInverse(a, b) * unit.fGram.block(a * fWidth, b * fWidth, fWidth, fWidth);
@@ -193,24 +199,29 @@ void UnitKernel::BuildDirections(const Unit& unit) {
         fMoved.resize(fNumDirections);
         fSolved.resize(fNumDirections);
     }
+    fScaleDirection = -1;
     for (int k = 0; k < fNumDirections; ++k)
         ScaleDirection(unit, k);
+}
+
+bool UnitKernel::IsLargeAndPlain(const Unit& unit) {
+    return unit.fOrder >= kLarge && unit.fSlots.empty() && unit.fPieces.size() == 1;
 }
 
 // V^-1 V_k. In a large unit without random effects the scale's own direction is V / s2, and the product is known.
 void UnitKernel::ScaleDirection(const Unit& unit, int k) {
     const Direction& direction = fDirections[k];
-    if (unit.fOrder >= kLarge && unit.fSlots.empty() && unit.fPieces.size() == 1) {
+    if (IsLargeAndPlain(unit)) {
         const ThetaState::Part& part = fState[unit.fPieces[0].fSegment];
         const double scale = part.fTheta[direction.fParam - part.fOffset];
-        part.fStructure->Matrix(part.fTheta, unit.fPieces[0].fPlaces, fSmall);
-        const double largest = fSmall.diagonal().maxCoeff();
-        if (scale > 0.0 && (scale * direction.fMatrix - fSmall).cwiseAbs().maxCoeff() <= kSameScale * largest) {
+        const double largest = fWhole.diagonal().maxCoeff();
+        if (scale > 0.0 && (scale * direction.fMatrix - fWhole).cwiseAbs().maxCoeff() <= kSameScale * largest) {
             fScaled[k] = Eigen::MatrixXd::Identity(unit.fOrder, unit.fOrder) / scale;
+            fScaleDirection = k;
             return;
         }
     }
-    Multiply(fInverse, direction.fMatrix, fScaled[k]);
+    MultiplySymmetric(fInverse, direction.fMatrix, fScaled[k], fCrew);
 }
 
 // [X r] of all members becomes [r XH], or its product sums.
@@ -304,6 +315,19 @@ void UnitKernel::AddGram(const Unit&, DerivativeSums* sums) {
     }
 }
 
+// V_kl of one piece, into fSmall; false when it is zero. Where V is proportional to s2, V_kl is V_l / s2 for k its
+// scale.
+bool UnitKernel::Second(const ThetaState::Part& part, const ResidualPiece& piece, int k, int l) {
+    const int scale = fScaleDirection >= 0 ? fDirections[fScaleDirection].fParam - part.fOffset : -1;
+    if (k != scale && l != scale) return part.fStructure->Second(part.fTheta, piece.fPlaces, k, l, fSmall);
+    if (k == l) return false;
+    const int other = part.fOffset + (k == scale ? l : k);
+    const auto at = std::find_if(fDirections.begin(), fDirections.end(),
+                                 [&](const Direction& direction) { return direction.fParam == other; });
+    fSmall = at->fMatrix / part.fTheta[scale];
+    return true;
+}
+
 void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* sums) {
     bool needed = false;
     for (const Slot& slot : unit.fSlots)
@@ -332,7 +356,7 @@ void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* su
         const int size = piece.fPlaces.Size();
         for (int k : part.fActive) {
             for (int l : part.fActive) {
-                if (k > l || !part.fStructure->Second(part.fTheta, piece.fPlaces, k, l, fSmall)) continue;
+                if (k > l || !Second(part, piece, k, l)) continue;
                 sums->fSecond(part.fOffset + k, part.fOffset + l) +=
                     Dot(fSmall, weight.block(piece.fStart, piece.fStart, size, size));
             }
@@ -343,7 +367,7 @@ void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* su
 bool UnitKernel::AddDerivatives(const Unit& unit, const Eigen::MatrixXd& basis, bool restricted, DerivativeSums* sums) {
     if (unit.fOrder == 0) return true;
     if (!Factor(unit)) return false;
-    InverseFromFactor(fFactor, fInverse);
+    InverseFromFactor(fFactor, fInverse, fCrew);
     BuildDirections(unit);
     RotateData(unit, basis);
     for (int k = 0; k < fNumDirections; ++k) {
@@ -366,7 +390,7 @@ bool UnitKernel::AddCurvature(const Unit& unit, const Eigen::MatrixXd& basis, co
                               Eigen::MatrixXd* sum) {
     if (unit.fOrder == 0) return true;
     if (!Factor(unit)) return false;
-    InverseFromFactor(fFactor, fInverse);
+    InverseFromFactor(fFactor, fInverse, fCrew);
     BuildDirections(unit);
     RotateData(unit, basis);
     const int n = unit.fOrder;
@@ -397,7 +421,7 @@ bool UnitKernel::AddCurvature(const Unit& unit, const Eigen::MatrixXd& basis, co
         if (part.fStructure->IsLinear()) continue;
         for (int k : part.fActive) {
             for (int l : part.fActive) {
-                if (k > l || !part.fStructure->Second(part.fTheta, piece.fPlaces, k, l, fSmall)) continue;
+                if (k > l || !Second(part, piece, k, l)) continue;
                 middle.block(piece.fStart, piece.fStart, fSmall.rows(), fSmall.cols()) -= weightOf(part, k, l) * fSmall;
             }
         }

@@ -51,10 +51,13 @@ struct DerivativeSums {
     void Add(const DerivativeSums& other);
 };
 
-/// Works out one unit after the other. Keeps scratch: one object a thread's chunk.
+/// Works out one unit after the other. Keeps scratch: one object a thread's chunk. The last unit's factor is kept too,
+/// so that it needn't be made again for the same unit.
 class UnitKernel {
 public:
-    UnitKernel(const ThetaState& state, int width) : fState(state), fWidth(width) {}
+    /// crew: shares the work on large units; null where the units themselves are shared out.
+    UnitKernel(const ThetaState& state, int width, Workers* crew = nullptr)
+        : fState(state), fWidth(width), fCrew(crew) {}
 
     /// Adds count log|V| and [X r]'V^-1[X r]. False when V isn't positive definite.
     bool AddValue(const Unit& unit, double* logDeterminant, Eigen::MatrixXd* cross);
@@ -72,6 +75,8 @@ private:
         Eigen::MatrixXd fMatrix;  // V_k
     };
 
+    /// Of so many records and without random effects: worth the memory of keeping V.
+    static bool IsLargeAndPlain(const Unit& unit);
     bool Factor(const Unit& unit);
     void BuildDirections(const Unit& unit);
     void Direct(const Unit& unit, int segment, const ThetaState::Part& part);
@@ -79,14 +84,19 @@ private:
     void RotateData(const Unit& unit, const Eigen::MatrixXd& basis);
     void AddRows(const Unit& unit, DerivativeSums* sums);
     void AddGram(const Unit& unit, DerivativeSums* sums);
+    bool Second(const ThetaState::Part& part, const ResidualPiece& piece, int k, int l);
     void AddSecond(const Unit& unit, bool restricted, DerivativeSums* sums);
     Eigen::MatrixXd Contract(const Eigen::MatrixXd& middle) const;
 
     const ThetaState& fState;
     const int fWidth;
+    Workers* const fCrew;
+    const Unit* fFactored = nullptr;
     Eigen::MatrixXd fFactor, fInverse, fScratch, fSmall;
+    Eigen::MatrixXd fWhole;  // V of a large and plain unit
     std::vector<Direction> fDirections;
     int fNumDirections = 0;
+    int fScaleDirection = -1;                     // of a large and plain unit: the direction that is V / s2
     std::vector<Eigen::MatrixXd> fScaled;         // V^-1 V_k
     std::vector<Eigen::MatrixXd> fMoved;          // V_k V^-1 [r XH]
     std::vector<Eigen::MatrixXd> fSolved;         // V^-1 V_k V^-1 [r XH]

@@ -35,19 +35,18 @@ OutputDocument* OutputDocument::Current() {
 }
 
 std::shared_ptr<output::Heading> OutputDocument::SplitHeading(int ordinal, const std::string& name) {
+    std::shared_ptr<output::Heading>& heading = fSplits[name];
+    if (heading) return heading;
+    // Splits stand in the order of the data, also when a later one was the first to speak.
     auto& blocks = fpRoot->fvBlocks;
     auto place = blocks.end();
-    for (auto at = blocks.begin(); at != blocks.end(); ++at) {
-        auto heading = std::dynamic_pointer_cast<output::Heading>(*at);
-        if (!heading || !heading->fSplit) continue;
-        if (heading->fSplitName == name) return heading;
-        // Splits stand in the order of the data, also when a later one was the first to speak.
-        if (heading->fSplitOrdinal > ordinal) {
-            place = at;
-            break;
-        }
+    for (auto at = blocks.end(); at != blocks.begin();) {
+        const auto* before = dynamic_cast<const output::Heading*>((--at)->get());
+        if (!before || !before->fSplit) continue;
+        if (before->fSplitOrdinal <= ordinal) break;
+        place = at;
     }
-    auto heading = std::make_shared<output::Heading>();
+    heading = std::make_shared<output::Heading>();
     heading->fpParent = fpRoot.get();
     heading->fpTitle = output::MakeString(name, false);
     heading->fSplit = true;

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace host {
@@ -66,6 +67,7 @@ private:
 
     output::Text fTitle;
     std::shared_ptr<output::Heading> fpRoot;
+    std::unordered_map<std::string, std::shared_ptr<output::Heading>> fSplits;  ///< the splits' headings by name
     std::shared_ptr<output::Table> fpNotes;
     output::Heading* fpPosition = nullptr;  ///< where the output stands; null: at the present split's heading
     output::Half fHalf = output::Half::kBoth;
