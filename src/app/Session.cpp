@@ -104,10 +104,25 @@ private:
         fSaveProblem = host::WriteWithSaved(source.Impl(), fSaveFile);
     }
 
+    /// One line for what kept a model from being fitted: the output's message and the sentence behind it. The messages
+    /// of splits, and of doubtful results, are notes in the output, and said here too.
     void ReportErrors() const {
         MessageCollector collector;
         fDocument.Root().Visit(collector);
-        for (const std::string& error : collector.fErrors)
+        for (const run::SplitResult& result : fRun.fvResults) {
+            for (const run::Message& message : result.fFigures.fMessages) {
+                const bool shown = message.fLevel == "error" && result.fName.empty();
+                if (message.fText.empty() || shown || fOptions.fQuiet) continue;
+                Remark((result.fName.empty() ? "" : result.fName + ": ") + message.fText);
+            }
+        }
+        std::vector<std::string>& errors = collector.fErrors;
+        if (errors.size() == 2 && fRun.fvResults.size() == 1) {
+            const std::size_t prefix = errors[1].find(": ");
+            errors[0] += " " + errors[1].substr(prefix == std::string::npos ? 0 : prefix + 2);
+            errors.pop_back();
+        }
+        for (const std::string& error : errors)
             Complain(error);
     }
 

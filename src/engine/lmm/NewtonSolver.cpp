@@ -1,5 +1,7 @@
 #include "engine/lmm/NewtonSolver.h"
 
+#include "engine/model/StopScope.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -14,9 +16,17 @@ constexpr double kRounding = 1e-13;   // relative noise of the objective
 constexpr double kClose = 1e-8;       // Newton decrement from which the gradient is a better guide than the objective,
 constexpr double kCloseNoise = 1e-9;  // whose parts may be much larger than their sum, and ill-conditioned
 constexpr double kRunaway = 1e12;     // growth of a parameter, in spreads of the target, that has no end
+constexpr double kFalling = 1e-2;  // decrement from which on the objective is still falling, whatever the criteria say
+constexpr int kStalled = 6;        // steps without any gain after which nothing better will come
 
 bool IsCancelled(const ModelSpec& spec) {
     return spec.fCancelled && spec.fCancelled();
+}
+
+bool HessianMet(const ModelSpec& spec, double decrement, double value) {
+    const Criterion& criterion = spec.fHessianCriterion;
+    const double unit = criterion.fRelative ? std::max(std::abs(value), 1e-8) : 1.0;
+    return !criterion.IsOn() || decrement <= criterion.fValue * unit;
 }
 
 }  // namespace
@@ -169,10 +179,8 @@ bool NewtonSolver::CriteriaMet(const Eigen::VectorXd& before, double valueBefore
         const double unit = fSpec.fLikelihoodCriterion.fRelative ? std::max(std::abs(valueBefore), 1e-8) : 1.0;
         met = met && std::abs(value - valueBefore) <= fSpec.fLikelihoodCriterion.fValue * unit;
     }
-    *hessianMet = true;
+    *hessianMet = HessianMet(fSpec, next.fDecrement, value);
     if (fSpec.fHessianCriterion.IsOn()) {
-        const double unit = fSpec.fHessianCriterion.fRelative ? std::max(std::abs(value), 1e-8) : 1.0;
-        *hessianMet = next.fDecrement <= fSpec.fHessianCriterion.fValue * unit;
         if (!any) met = *hessianMet;
         any = true;
     }
@@ -197,7 +205,8 @@ void NewtonSolver::Polish(SolverOutcome* outcome) const {
     for (int i = 0; i < kMaxPolish; ++i) {
         MarkHeld(outcome->fTheta, outcome->fAt, outcome);
         const Step step = Propose(outcome->fAt, outcome->fHeld, false);
-        if (step.fDecrement <= fObjective.Resolution() || step.fSmallest <= 0.0 || IsCancelled(fSpec)) return;
+        if (step.fDecrement <= fObjective.Resolution() || step.fSmallest <= 0.0) return;
+        StopScope::Check();
         const Eigen::VectorXd before = outcome->fTheta;
         SolverOutcome next = *outcome;
         IterationRecord record;
@@ -224,6 +233,7 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
 
     Step step = Propose(outcome.fAt, outcome.fHeld, fSpec.fFisherSteps > 0);
     int saddles = 0;
+    int stalled = 0;
     for (int iteration = 1; iteration <= fSpec.fMaxIterations; ++iteration) {
         if (IsCancelled(fSpec)) {
             outcome.fEnd = SolverEnd::kCancelled;
@@ -236,6 +246,22 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
         outcome.fSingular = outcome.fSingular || step.fSingular;
         bool moved = Search(step, fSpec.fMaxHalvings, true, &outcome, &record);
         if (!moved) {
+            // What the step sends past a bound goes to the bound, and the others step as if it were held there.
+            const Eigen::VectorXd inside = Clamped(outcome.fTheta + step.fMove);
+            std::vector<char> held = outcome.fHeld;
+            for (Eigen::Index k = 0; k < inside.size(); ++k) {
+                const bool past = inside[k] != outcome.fTheta[k] + step.fMove[k];
+                if (past && outcome.fAt.fGradient[k] * step.fMove[k] < 0.0) held[k] = 1;
+            }
+            if (held != outcome.fHeld) {
+                step = Propose(outcome.fAt, held, record.fFisher);
+                for (Eigen::Index k = 0; k < inside.size(); ++k) {
+                    if (held[k] && !outcome.fHeld[k]) step.fMove[k] = inside[k] - outcome.fTheta[k];
+                }
+                moved = Search(step, fSpec.fMaxHalvings, false, &outcome, &record);
+            }
+        }
+        if (!moved) {
             // The other matrix often gives a better direction; what is left then is rounding, or a wall.
             step = Propose(outcome.fAt, outcome.fHeld, !record.fFisher);
             record.fFisher = !record.fFisher;
@@ -246,17 +272,22 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
         outcome.fHistory.push_back(record);
         if (fSpec.fProgress) fSpec.fProgress({iteration, outcome.fAt.fValue});
         step = Propose(outcome.fAt, outcome.fHeld, iteration < fSpec.fFisherSteps);
-        if (!moved) {
-            const bool stationary = step.fDecrement <= 1e-8;
-            outcome.fEnd = stationary ? SolverEnd::kConverged : SolverEnd::kHalvings;
+        const double noise = kRounding * std::max(1.0, std::abs(valueBefore));
+        stalled = valueBefore - outcome.fAt.fValue > noise ? 0 : stalled + 1;
+        if (!moved || stalled == kStalled) {
+            const bool stationary = step.fDecrement <= std::max(1e-8, 1e2 * noise);
+            const SolverEnd end = moved ? SolverEnd::kCycles : SolverEnd::kHalvings;
+            outcome.fEnd = stationary ? SolverEnd::kConverged : end;
             if (!stationary) break;
         } else if (CriteriaMet(before, valueBefore, step, outcome, &outcome.fHessianMet)) {
-            outcome.fEnd = SolverEnd::kConverged;
+            // A parameter that is small in the target's units has not settled while the objective still falls.
+            if (step.fDecrement <= kFalling) outcome.fEnd = SolverEnd::kConverged;
         }
         if (outcome.fEnd == SolverEnd::kConverged) {
             Polish(&outcome);
             MarkHeld(outcome.fTheta, outcome.fAt, &outcome);
             step = Propose(outcome.fAt, outcome.fHeld, false);
+            outcome.fHessianMet = HessianMet(fSpec, step.fDecrement, outcome.fAt.fValue);
             if (step.fSmallest > kNegative || saddles >= 5 || !LeaveSaddle(step, &outcome)) break;
             ++saddles;
             outcome.fEnd = SolverEnd::kLimit;
