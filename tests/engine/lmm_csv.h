@@ -17,6 +17,8 @@ namespace engine::testing {
 /// from 0 in ascending order.
 class CsvRecords {
 public:
+    /// No records yet: the first variable that is added makes them.
+    CsvRecords() = default;
     CsvRecords(const std::string& path, const std::vector<std::string>& categorical) {
         std::ifstream file(path);
         if (!file) throw std::runtime_error("no file " + path);

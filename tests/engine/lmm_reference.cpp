@@ -85,6 +85,9 @@ void ExpectReference(const FitResult& fit, const std::string& key) {
     ExpectNear(fit.fAic, want["aic"], kObjective, key + " AIC");
     ExpectNear(fit.fAicc, want["aicc"], kObjective, key + " AICC");
     ExpectNear(fit.fBic, want["bic"], kObjective, key + " BIC");
+    // Bozdogan's criterion adds the number of parameters, half of what Akaike's adds, to the Bayesian one.
+    const double parameters = (want["aic"].get<double>() - want["minus2ll"].get<double>()) / 2;
+    ExpectNear(fit.fCaic, want["bic"].get<double>() + parameters, kObjective, key + " CAIC");
     ASSERT_EQ(fit.fCovariance.size(), want["theta"].size()) << key;
     for (std::size_t k = 0; k < fit.fCovariance.size(); ++k) {
         const CovarianceParameter& parameter = fit.fCovariance[k];
@@ -255,6 +258,36 @@ TEST(LmmReference, OneSubjectInThePlane) {
     for (Type type : {Type::kSPEXP, Type::kSPPOW, Type::kSPGAU, Type::kSPSPH}) {
         spec.fResidual.fType = type;
         ExpectReference(FitLmm(spec, data.View(spec)), "wheat_" + std::to_string(index++));
+    }
+}
+
+// Ratings of lecturers at ETH Zurich (Bates, Maechler, Bolker and Walker 2015, data set InstEval), figures of
+// lme4 1.1.31.
+TEST(LmmReference, RatingsOfThreeCrossedFactors) {
+    CsvRecords data = Read("insteval", {"service", "s", "d", "dept"});
+    ModelSpec spec = Model(data, "y");
+    spec.fFixed = {Factors(data, {"service"})};
+    spec.fRandom = {Block(data, {{}}, {"s"}), Block(data, {{}}, {"d"}), Block(data, {{}}, {"dept"})};
+    const RecordView view = data.View(spec);
+    struct Figures {
+        double fValue, fTheta[4], fService, fStdError;
+    };
+    const Figures wanted[] = {
+        {237733.834127519, {0.105997956, 0.265221226, 0.00691200283, 1.38650036}, 0.0926417071458, 0.0133891864991},
+        {237721.768774495, {0.105972676, 0.265204485, 0.00616784656, 1.38648858}, 0.0925886104631, 0.0133831766917}};
+    for (const bool restricted : {true, false}) {
+        spec.fRestricted = restricted;
+        const Figures& want = wanted[restricted ? 0 : 1];
+        const FitResult fit = FitLmm(spec, view);
+        EXPECT_TRUE(fit.fStatus.IsOk()) << fit.fStatus.fCode;
+        EXPECT_LT(fit.fCertificate.fScaledGradient, 1e-5);
+        EXPECT_GT(fit.fCertificate.fSmallestEigenvalue, 1e-3);
+        ExpectNear(fit.fMinus2LogLikelihood, want.fValue, kObjective, "ratings");
+        for (int k = 0; k < 4; ++k)
+            ExpectNear(fit.fCovariance[k].fEstimate, want.fTheta[k], kPeer, "ratings " + std::to_string(k));
+        ExpectNear(fit.fFixed[1].fEstimate, want.fService, kEstimate, "service");
+        ExpectNear(fit.fFixed[1].fStdError, want.fStdError, kEstimate, "service's standard error");
+        EXPECT_EQ(fit.fNumSubjects, (std::vector<int>{2972, 1128, 14}));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "engine/glmm/TargetCheck.h"
 #include "engine/lmm/FittedModel.h"
 #include "engine/lmm/LmmFit.h"
+#include "engine/model/StopScope.h"
 
 #include <algorithm>
 #include <cmath>
@@ -276,6 +277,7 @@ GlmmResult FitGlmm(const ModelSpec& spec, const TargetSpec& target, const Record
         result.fFit.fStatus = verdict.fRefusal;
         return result;
     }
+    const StopScope stop(spec.fCancelled);
     try {
         const std::shared_ptr<WorkingModel> model = MakeWorkingModel(spec, target, view);
         PseudoLikelihood pseudo(spec, target, model);
@@ -285,6 +287,9 @@ GlmmResult FitGlmm(const ModelSpec& spec, const TargetSpec& target, const Record
             result.fModel = model;
             result.fFitted = pseudo.Fitted();
         }
+    } catch (const StopAsked&) {
+        result = GlmmResult{};
+        result.fFit.fStatus = {kStopped, Severity::kError, {}};
     } catch (const std::bad_alloc&) {
         result = GlmmResult{};
         result.fFit.fStatus = {kNotBuilt, Severity::kError, "There is not enough memory for this model."};

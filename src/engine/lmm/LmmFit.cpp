@@ -5,12 +5,15 @@
 #include "engine/lmm/Hypotheses.h"
 #include "engine/lmm/MarginalLikelihood.h"
 #include "engine/lmm/NewtonSolver.h"
+#include "engine/model/StopScope.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <new>
 #include <set>
+#include <string>
 
 namespace engine {
 
@@ -33,17 +36,21 @@ constexpr long kPostEstimation = 130090;
 constexpr long kRunsDown = 230087;
 constexpr long kRunsUp = 230095;
 constexpr long kCycles = 230094;
+constexpr long kTooManyRecords = 130079;
 
-constexpr double kPerfect = 1e-13;     // residual spread, in spreads of the target, that is rounding
-constexpr double kFlatHessian = 1e-7;  // eigenvalue of the unit-diagonal Hessian that counts as zero at the end
-constexpr double kRankLoss = 1e-9;     // share of the largest eigenvalue below which a matrix has lost rank
+constexpr double kPerfect = 1e-13;      // residual spread, in spreads of the target, that is rounding
+constexpr double kFlatHessian = 1e-7;   // eigenvalue of the unit-diagonal Hessian that counts as zero at the end
+constexpr double kVanished = 1e-24;     // residual variance, in variances of the target, that is rounding
+constexpr double kStillFalling = 1e-2;  // Newton decrement from which on the objective still falls
+constexpr double kVanishing = 1e-8;     // the same at a point where the objective still falls
+constexpr double kRankLoss = 1e-9;      // share of the largest eigenvalue below which a matrix has lost rank
 
 void Fail(FitResult& result, long code, const char* detail) {
     result.fStatus = {code, Severity::kError, detail};
 }
 
-void Warn(FitResult& result, long code) {
-    result.fWarnings.push_back({code, Severity::kWarning, {}});
+void Warn(FitResult& result, long code, std::string detail) {
+    result.fWarnings.push_back({code, Severity::kWarning, std::move(detail)});
 }
 
 void DescribeColumns(const FittedModel& model, FitResult& result) {
@@ -96,32 +103,89 @@ int CrossedSubjects(const FittedModel& model, int block) {
     return static_cast<int>(subjects.size());
 }
 
-void Judge(const SolverOutcome& outcome, FitResult& result) {
+// The largest piece of a residual segment that is estimated from records; null when its residuals are independent.
+const ResidualPiece* LargestPiece(const LmmProblem& problem, const ParameterLayout& layout, const Segment& segment) {
+    const ResidualPiece* largest = nullptr;
+    for (const Unit& unit : problem.Units()) {
+        for (const ResidualPiece& piece : unit.fPieces) {
+            if (&layout[piece.fSegment] != &segment) continue;
+            if (largest == nullptr || piece.fPlaces.Size() > largest->fPlaces.Size()) largest = &piece;
+        }
+    }
+    return largest;
+}
+
+// Whether a residual variance is down to rounding, so that the likelihood has no end. Where the objective still falls
+// much less tells: a variance, or a correlation matrix's eigenvalue, on its way to zero.
+bool RunsDown(const FittedModel& model, const SolverOutcome& outcome) {
+    if (outcome.fEnd == SolverEnd::kRunsDown) return true;
+    if (model.fSpec.fResidual.fUnitScale) return false;
+    const bool settled = outcome.fDecrement <= kStillFalling;
+    const double spread = model.Basis().TargetScale();
+    const double least = (settled ? kVanished : kVanishing) * spread * spread;
+    const ParameterLayout& layout = model.Layout();
+    const Eigen::VectorXd theta = layout.FromWorking(outcome.fTheta);
+    for (const Segment& segment : layout.Segments()) {
+        if (segment.fBlock >= 0) continue;
+        const Eigen::VectorXd part = segment.Part(theta);
+        for (int k = 0; k < segment.fCount; ++k) {
+            const bool variance = segment.fReported->Params()[k].fKind == ParamKind::kVariance;
+            if (variance && part[k] > 0.0 && part[k] < least) return true;
+        }
+        const ResidualPiece* piece =
+            settled || model.IsCrossed() ? nullptr : LargestPiece(*model.fProblem, layout, segment);
+        if (piece == nullptr) continue;
+        Eigen::MatrixXd matrix;
+        segment.fReported->Matrix(part, piece->fPlaces, matrix);
+        if (!(matrix.diagonal().minCoeff() > 0.0)) continue;
+        const Eigen::VectorXd scale = matrix.diagonal().cwiseSqrt().cwiseInverse();
+        const Eigen::MatrixXd correlation = scale.asDiagonal() * matrix * scale.asDiagonal();
+        const Eigen::VectorXd values =
+            Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd>(correlation, Eigen::EigenvaluesOnly).eigenvalues();
+        if (values[0] < kVanishing) return true;
+    }
+    return false;
+}
+
+void Judge(const SolverOutcome& outcome, int limit, bool runsDown, FitResult& result) {
+    const char* const endless =
+        "The objective falls without end, as the residual covariance matrix loses rank or a parameter leaves all "
+        "bounds: "
+        "the model has more parameters than the records can carry. Choose a simpler structure.";
+    if (runsDown) return Warn(result, kRunsDown, endless);
     switch (outcome.fEnd) {
         case SolverEnd::kLimit:
-            Warn(result, kIterationLimit);
+            Warn(result, kIterationLimit,
+                 "The iterations came to their limit of " + std::to_string(limit) +
+                     " before the convergence criteria were met: raise the limit, or choose a simpler model.");
             break;
         case SolverEnd::kHalvings:
-            Warn(result, kHalvingsReached);
-            break;
-        case SolverEnd::kRunsDown:
-            Warn(result, kRunsDown);
+            Warn(result, kHalvingsReached,
+                 "No part of the last step lowered the objective, although it isn't at its lowest: choose a simpler "
+                 "covariance structure, or allow more halvings.");
             break;
         case SolverEnd::kRunsUp:
-            Warn(result, kRunsUp);
+            Warn(result, kRunsUp,
+                 "A covariance parameter grows without end and the objective with it: choose a simpler structure.");
             break;
         case SolverEnd::kCycles:
-            Warn(result, kCycles);
+            Warn(result, kCycles,
+                 "The steps go to and fro without lowering the objective: choose a simpler covariance structure.");
             break;
         default:
             break;
     }
     const bool met = outcome.fEnd == SolverEnd::kConverged;
-    if (met && !outcome.fHessianMet) Warn(result, kNoHessianConvergence);
+    if (met && !outcome.fHessianMet)
+        Warn(result, kNoHessianConvergence, "The convergence criteria are met but for that of the Hessian: loosen it.");
     if (outcome.fSmallestEigenvalue < -kFlatHessian) {
-        Warn(result, met ? kNotPositiveButMet : kNotPositive);
+        Warn(result, met ? kNotPositiveButMet : kNotPositive,
+             "The Hessian of the covariance parameters isn't positive definite at the end: this may be no lowest point "
+             "of the objective. Choose a simpler covariance structure.");
     } else if (outcome.fSmallestEigenvalue < kFlatHessian) {
-        Warn(result, met ? kSingularHessian : kUnexpectedSingularity);
+        Warn(result, met ? kSingularHessian : kUnexpectedSingularity,
+             "The data can't tell all covariance parameters apart: leave out a random effect or choose a simpler "
+             "covariance structure.");
     }
 }
 
@@ -331,6 +395,9 @@ FitStatus Build(FittedModel& model, FitResult& result, const WorkingData& workin
     }
     const FixedBasis& basis = model.Basis();
     const bool generalized = working.fTarget != nullptr;
+    if (!std::isfinite(basis.TotalSumOfSquares()) || !std::isfinite(residualSs)) {
+        return {kBadStart, Severity::kError, "The squares of the target are beyond the largest number: rescale it."};
+    }
     if (!generalized && basis.TotalSumOfSquares() == 0.0 && spec.fIntercept) {
         return {kZeroScale, Severity::kError,
                 "The target is the same in all records: there is no variance to estimate."};
@@ -359,12 +426,13 @@ void Conclude(const std::shared_ptr<FittedModel>& model, const SolverOutcome& ou
         return Fail(result, kBadStart, "The likelihood can't be computed at the starting values.");
     }
     if (outcome.fEnd == SolverEnd::kCancelled) return Fail(result, kStopped, "");
-    Judge(outcome, result);
+    StopScope::Check();
+    Judge(outcome, spec.fMaxIterations, RunsDown(*model, outcome), result);
     result.fCertificate.fScaledGradient = outcome.fScaledGradient;
     result.fCertificate.fNewtonDecrement = outcome.fDecrement;
     result.fCertificate.fSmallestEigenvalue = outcome.fSmallestEigenvalue;
     if (!InferFrom(*model, outcome)) {
-        Warn(result, kPostEstimation);
+        Warn(result, kPostEstimation, "The covariance matrix of the data isn't positive definite at the solution.");
         result.fStatus = result.fWarnings.back();
         return;
     }
@@ -381,6 +449,8 @@ void Conclude(const std::shared_ptr<FittedModel>& model, const SolverOutcome& ou
 void Fit(const std::shared_ptr<FittedModel>& model, FitResult& result) {
     const ModelSpec& spec = model->fSpec;
     if (model->fView.fCount == 0) return Fail(result, kNoRecords, "There are no valid records.");
+    if (model->fView.fCount > std::numeric_limits<std::int32_t>::max())
+        return Fail(result, kTooManyRecords, "There are more than 2147483647 records: fit a part of them, or a split.");
     if (const FitStatus status = Build(*model, result); status.IsError()) {
         result.fStatus = status;
         return;
@@ -430,8 +500,12 @@ FitResult RepeatedFit::Conclude() {
 
 FitResult FitLmm(const ModelSpec& spec, const RecordView& view) {
     FitResult result;
+    const StopScope stop(spec.fCancelled);
     try {
         Fit(std::make_shared<FittedModel>(spec, view), result);
+    } catch (const StopAsked&) {
+        result = FitResult{};
+        Fail(result, kStopped, "");
     } catch (const std::bad_alloc&) {
         result = FitResult{};
         Fail(result, kNotBuilt, "There is not enough memory for this model.");

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <set>
+#include <string>
+#include <unistd.h>
 #include <unordered_map>
 
 namespace engine {
@@ -98,6 +101,20 @@ void JoinMembers(Unit& unit, const std::vector<Eigen::MatrixXd>& members) {
     unit.fRows.resize(unit.fOrder, static_cast<Eigen::Index>(members.size()) * members.front().cols());
     for (std::size_t m = 0; m < members.size(); ++m)
         unit.fRows.middleCols(static_cast<Eigen::Index>(m) * members[m].cols(), members[m].cols()) = members[m];
+}
+
+// The covariance matrix of a common subject's records is dense, and so are its derivatives.
+FitStatus CheckMemory(const LmmProblem& problem) {
+    double largest = 0.0;
+    for (int s = 0; s < problem.NumCommonSubjects(); ++s)
+        largest = std::max(largest, static_cast<double>(problem.SubjectEnd(s) - problem.SubjectBegin(s)));
+    const double bytes = sizeof(double) * (2.0 * problem.Layout().NumParams() + 6.0) * largest * largest;
+    const double memory = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+    if (bytes <= memory) return Fine();
+    return {kNotBuilt, Severity::kError,
+            std::to_string(static_cast<long>(largest)) +
+                " records depend on one another, and their covariance matrix is too large for this machine: give the "
+                "random effects and the repeated measures a subject in common, or leave the residual structure out."};
 }
 
 }  // namespace
@@ -258,6 +275,9 @@ FitStatus LmmProblem::Gather(const WorkingData& working) {
                 rotated = fView.Row(i)[group] == fView.Row(i - 1)[group];
         }
     }
+    if (!rotated && !fFreeRecords) {
+        if (FitStatus status = CheckMemory(*this); status.IsError()) return status;
+    }
     const int width = fBasis->Rank() + 1;
     const double perChunk = 8.0 * width * width * static_cast<double>(fRepeated.fSegments.size());
     const int most = std::clamp(static_cast<int>(6.4e7 / perChunk), 1, 128);
@@ -289,7 +309,12 @@ FitStatus LmmProblem::Gather(const WorkingData& working) {
         if (chunk.fStatus.IsError()) return chunk.fStatus;
     }
     MergeUnits(chunks);
-    return Fine();
+    if (fSpec.fResidual.fSpatial.empty()) return Fine();
+    const double least = fMinDistance > 0.0 ? fMinDistance : std::numeric_limits<double>::infinity();
+    std::string objection =
+        SpaceObjection(fSpec.fResidual.fType, static_cast<int>(fSpec.fResidual.fSpatial.size()), least);
+    if (objection.empty()) return Fine();
+    return {kNotBuilt, Severity::kError, std::move(objection)};
 }
 
 void LmmProblem::MergeUnits(std::vector<Chunk>& chunks) {

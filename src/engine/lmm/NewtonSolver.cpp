@@ -1,5 +1,7 @@
 #include "engine/lmm/NewtonSolver.h"
 
+#include "engine/model/StopScope.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -12,9 +14,17 @@ constexpr double kNegative = -1e-7;  // eigenvalue below which a stationary poin
 constexpr int kMaxPolish = 8;
 constexpr double kRounding = 1e-13;  // relative noise of the objective
 constexpr double kRunaway = 1e12;    // growth of a parameter, in spreads of the target, that has no end
+constexpr double kFalling = 1e-2;  // decrement from which on the objective is still falling, whatever the criteria say
+constexpr int kStalled = 6;        // steps without any gain after which nothing better will come
 
 bool IsCancelled(const ModelSpec& spec) {
     return spec.fCancelled && spec.fCancelled();
+}
+
+bool HessianMet(const ModelSpec& spec, double decrement, double value) {
+    const Criterion& criterion = spec.fHessianCriterion;
+    const double unit = criterion.fRelative ? std::max(std::abs(value), 1e-8) : 1.0;
+    return !criterion.IsOn() || decrement <= criterion.fValue * unit;
 }
 
 }  // namespace
@@ -166,10 +176,8 @@ bool NewtonSolver::CriteriaMet(const Eigen::VectorXd& before, double valueBefore
         const double unit = fSpec.fLikelihoodCriterion.fRelative ? std::max(std::abs(valueBefore), 1e-8) : 1.0;
         met = met && std::abs(value - valueBefore) <= fSpec.fLikelihoodCriterion.fValue * unit;
     }
-    *hessianMet = true;
+    *hessianMet = HessianMet(fSpec, next.fDecrement, value);
     if (fSpec.fHessianCriterion.IsOn()) {
-        const double unit = fSpec.fHessianCriterion.fRelative ? std::max(std::abs(value), 1e-8) : 1.0;
-        *hessianMet = next.fDecrement <= fSpec.fHessianCriterion.fValue * unit;
         if (!any) met = *hessianMet;
         any = true;
     }
@@ -194,7 +202,8 @@ void NewtonSolver::Polish(SolverOutcome* outcome) const {
     for (int i = 0; i < kMaxPolish; ++i) {
         MarkHeld(outcome->fTheta, outcome->fAt, outcome);
         const Step step = Propose(outcome->fAt, outcome->fHeld, false);
-        if (step.fDecrement <= fObjective.Resolution() || step.fSmallest <= 0.0 || IsCancelled(fSpec)) return;
+        if (step.fDecrement <= fObjective.Resolution() || step.fSmallest <= 0.0) return;
+        StopScope::Check();
         const Eigen::VectorXd before = outcome->fTheta;
         SolverOutcome next = *outcome;
         IterationRecord record;
@@ -221,6 +230,7 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
 
     Step step = Propose(outcome.fAt, outcome.fHeld, fSpec.fFisherSteps > 0);
     int saddles = 0;
+    int stalled = 0;
     for (int iteration = 1; iteration <= fSpec.fMaxIterations; ++iteration) {
         if (IsCancelled(fSpec)) {
             outcome.fEnd = SolverEnd::kCancelled;
@@ -243,17 +253,22 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
         outcome.fHistory.push_back(record);
         if (fSpec.fProgress) fSpec.fProgress({iteration, outcome.fAt.fValue});
         step = Propose(outcome.fAt, outcome.fHeld, iteration < fSpec.fFisherSteps);
-        if (!moved) {
-            const bool stationary = step.fDecrement <= 1e-8;
-            outcome.fEnd = stationary ? SolverEnd::kConverged : SolverEnd::kHalvings;
+        const double noise = kRounding * std::max(1.0, std::abs(valueBefore));
+        stalled = valueBefore - outcome.fAt.fValue > noise ? 0 : stalled + 1;
+        if (!moved || stalled == kStalled) {
+            const bool stationary = step.fDecrement <= std::max(1e-8, 1e2 * noise);
+            const SolverEnd end = moved ? SolverEnd::kCycles : SolverEnd::kHalvings;
+            outcome.fEnd = stationary ? SolverEnd::kConverged : end;
             if (!stationary) break;
         } else if (CriteriaMet(before, valueBefore, step, outcome, &outcome.fHessianMet)) {
-            outcome.fEnd = SolverEnd::kConverged;
+            // A parameter that is small in the target's units has not settled while the objective still falls.
+            if (step.fDecrement <= kFalling) outcome.fEnd = SolverEnd::kConverged;
         }
         if (outcome.fEnd == SolverEnd::kConverged) {
             Polish(&outcome);
             MarkHeld(outcome.fTheta, outcome.fAt, &outcome);
             step = Propose(outcome.fAt, outcome.fHeld, false);
+            outcome.fHessianMet = HessianMet(fSpec, step.fDecrement, outcome.fAt.fValue);
             if (step.fSmallest > kNegative || saddles >= 5 || !LeaveSaddle(step, &outcome)) break;
             ++saddles;
             outcome.fEnd = SolverEnd::kLimit;

@@ -72,7 +72,8 @@ SubjectReader::SubjectReader(const LmmProblem& problem, const std::vector<BlockP
         const int width = fBasis.Rank() + 1;
         for (int segment : repeated.fSegments)
             fSums.fRemainders.push_back({segment, 0.0, Eigen::MatrixXd::Zero(width, width)});
-    } else if (repeated.fSecondDimension == 1 && repeated.fDimension <= kMaxMomentOrder) {
+    } else if (!fSpec.fResidual.IsScaledIdentity() && repeated.fSecondDimension == 1 &&
+               repeated.fDimension <= kMaxMomentOrder) {
         fSums.fMoments.setZero(repeated.fDimension, repeated.fDimension);
         fSums.fMomentCounts = fSums.fMoments;
     }
@@ -205,7 +206,8 @@ FitStatus SubjectReader::CheckRepeats(std::size_t begin, std::size_t end) {
     if (residual.fRepeated.empty() || (residual.fSubjects.empty() && residual.IsScaledIdentity())) return Fine();
     std::unordered_set<long> seen;
     std::unordered_set<long> subjects;
-    const long places = static_cast<long>(fRepeated.fFirstMap.size()) * static_cast<long>(fRepeated.fSecondMap.size());
+    const long places = std::max(1L, static_cast<long>(fRepeated.fFirstMap.size())) *
+                        std::max(1L, static_cast<long>(fRepeated.fSecondMap.size()));
     for (std::size_t i = begin; i < end; ++i) {
         const double* row = fView.Row(i);
         const long subject = Key(row, fRepeated.fInner, fRepeated.fRadix);
@@ -213,7 +215,7 @@ FitStatus SubjectReader::CheckRepeats(std::size_t begin, std::size_t end) {
         for (int variable : residual.fRepeated)
             place = place * fSpec.fLevels[variable] + static_cast<long>(row[variable]);
         subjects.insert(subject);
-        if (!seen.insert(subject * std::max(1L, places) + place).second) {
+        if (!seen.insert(subject * places + place).second) {
             return Error(kDuplicateRepeated, "Two records of a subject have the same values of the repeated measures.");
         }
     }

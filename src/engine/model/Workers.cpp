@@ -1,6 +1,9 @@
 #include "engine/model/Workers.h"
 
+#include "engine/model/StopScope.h"
+
 #include <algorithm>
+#include <exception>
 
 namespace engine {
 
@@ -39,14 +42,29 @@ void Workers::Serve(std::stop_token stop) {
 
 void Workers::Run(int chunks, const std::function<void(int)>& work) {
     if (fThreads == 1 || chunks < 2) {
-        for (int chunk = 0; chunk < chunks; ++chunk)
+        for (int chunk = 0; chunk < chunks; ++chunk) {
+            StopScope::Check();
             work(chunk);
+        }
         return;
     }
+    // An exception must not leave a thread, nor this call as long as others still work.
+    std::exception_ptr failure;
+    const std::thread::id caller = std::this_thread::get_id();
+    const std::function<void(int)> guarded = [&](int chunk) {
+        try {
+            if (std::this_thread::get_id() == caller) StopScope::Check();
+            work(chunk);
+        } catch (...) {
+            fNext = chunks;
+            const std::lock_guard lock(fMutex);
+            if (!failure) failure = std::current_exception();
+        }
+    };
     if (fCrew.empty()) Start();
     {
         std::lock_guard lock(fMutex);
-        fWork = &work;
+        fWork = &guarded;
         fChunks = chunks;
         fNext = 0;
         fBusy = static_cast<int>(fCrew.size());
@@ -54,8 +72,11 @@ void Workers::Run(int chunks, const std::function<void(int)>& work) {
     }
     fWake.notify_all();
     Drain();
-    std::unique_lock lock(fMutex);
-    fDone.wait(lock, [&] { return fBusy == 0; });
+    {
+        std::unique_lock lock(fMutex);
+        fDone.wait(lock, [&] { return fBusy == 0; });
+    }
+    if (failure) std::rethrow_exception(failure);
 }
 
 }  // namespace engine

@@ -72,6 +72,11 @@ struct GLMMAlgorithm::Impl {
 };
 
 MCStatus GLMMAlgorithm::Impl::Fit(MultiPassRecordIter& data) {
+    if (data.NewPass() != 0) {
+        fStatus = MCStatus(engine::kMachineFailed, false);
+        fStatus.SetDetail("The records of this split could not be read again.");
+        return fStatus;
+    }
     engine::ModelSpec spec = engine::BuildModelSpec(fSettings, &fVariables, fpRun);
     spec.fCancelled = [this] { return fCancelled || (fpCancel && fpCancel->CheckCancel()); };
     if (fpListener) {

@@ -73,8 +73,10 @@ struct VariancesPattern {
     int fCount;
 
     bool Inside(const Eigen::VectorXd&) const { return true; }
-    double Value(const Eigen::VectorXd& theta, int hi, int lo) const { return hi == lo ? theta[fGroups[hi]] : 0.0; }
-    double Coefficient(int k, int hi, int lo) const { return hi == lo && fGroups[hi] == k ? 1.0 : 0.0; }
+    /// A single variance is that of any position: a residual's records needn't be counted.
+    int GroupOf(int position) const { return fCount == 1 ? 0 : fGroups[position]; }
+    double Value(const Eigen::VectorXd& theta, int hi, int lo) const { return hi == lo ? theta[GroupOf(hi)] : 0.0; }
+    double Coefficient(int k, int hi, int lo) const { return hi == lo && GroupOf(hi) == k ? 1.0 : 0.0; }
     Eigen::VectorXd Nearest(const Eigen::MatrixXd& matrix) const {
         Eigen::VectorXd sum = Eigen::VectorXd::Zero(fCount), members = sum;
         for (std::size_t i = 0; i < fGroups.size(); ++i) {
