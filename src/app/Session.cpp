@@ -83,11 +83,29 @@ private:
         fDocument.SetData(nullptr);
     }
 
+    /// The output's messages are the same for all models; the engine's sentence says what it is here. One line each.
     void ReportErrors() const {
         MessageCollector collector;
         fDocument.Root().Visit(collector);
-        for (const std::string& error : collector.fErrors)
-            Complain(error);
+        std::vector<std::string> reasons;
+        for (const run::SplitResult& result : fRun.fvResults) {
+            for (const run::Message& message : result.fFigures.fMessages) {
+                if (message.fText.empty()) continue;
+                const std::string reason = (result.fName.empty() ? "" : result.fName + ": ") + message.fText;
+                if (message.fLevel == "error")
+                    reasons.push_back(reason);
+                else if (!fOptions.fQuiet)
+                    Remark(reason);
+            }
+        }
+        if (collector.fErrors.size() == 1 && reasons.size() == 1) {
+            Complain(collector.fErrors.front() + " " + reasons.front());
+            return;
+        }
+        for (const auto* list : {&collector.fErrors, &reasons}) {
+            for (const std::string& line : *list)
+                Complain(line);
+        }
     }
 
     bool AllFitted() const {

@@ -3,6 +3,8 @@
 #include "app/ExitCode.h"
 
 #include <csignal>
+#include <string_view>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace app {
@@ -11,9 +13,19 @@ namespace {
 
 volatile std::sig_atomic_t gAsked = 0;
 
+constexpr suseconds_t kPatience = 900'000;  // microseconds
+
 void OnSignal(int) {
     if (gAsked) _exit(kStopped);
     gAsked = 1;
+    const itimerval once = {{0, 0}, {0, kPatience}};
+    setitimer(ITIMER_REAL, &once, nullptr);
+}
+
+void OnTimeOut(int) {
+    constexpr std::string_view kLast = "hierfit: stopped by the user\n";
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, kLast.data(), kLast.size());
+    _exit(kStopped);
 }
 
 }  // namespace
@@ -25,6 +37,8 @@ void StopSignal::Watch() {
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = OnTimeOut;
+    sigaction(SIGALRM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 }
 

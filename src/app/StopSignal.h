@@ -2,8 +2,9 @@
 
 namespace app {
 
-/// Ctrl-C and a polite kill ask the run to stop; a second one ends the program at once. Nothing needs to be tidied
-/// then: temporary files have no names.
+/// Ctrl-C and a polite kill ask the run to stop. A second one ends the program at once, and so does a second that goes
+/// by before a long step of linear algebra comes to its end. Nothing needs to be tidied then: temporary files have no
+/// names.
 class StopSignal {
 public:
     static void Watch();
