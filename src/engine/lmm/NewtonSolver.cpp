@@ -243,6 +243,22 @@ SolverOutcome NewtonSolver::Solve(const Eigen::VectorXd& start) const {
         outcome.fSingular = outcome.fSingular || step.fSingular;
         bool moved = Search(step, fSpec.fMaxHalvings, true, &outcome, &record);
         if (!moved) {
+            // What the step sends past a bound goes to the bound, and the others step as if it were held there.
+            const Eigen::VectorXd inside = Clamped(outcome.fTheta + step.fMove);
+            std::vector<char> held = outcome.fHeld;
+            for (Eigen::Index k = 0; k < inside.size(); ++k) {
+                const bool past = inside[k] != outcome.fTheta[k] + step.fMove[k];
+                if (past && outcome.fAt.fGradient[k] * step.fMove[k] < 0.0) held[k] = 1;
+            }
+            if (held != outcome.fHeld) {
+                step = Propose(outcome.fAt, held, record.fFisher);
+                for (Eigen::Index k = 0; k < inside.size(); ++k) {
+                    if (held[k] && !outcome.fHeld[k]) step.fMove[k] = inside[k] - outcome.fTheta[k];
+                }
+                moved = Search(step, fSpec.fMaxHalvings, false, &outcome, &record);
+            }
+        }
+        if (!moved) {
             // The other matrix often gives a better direction; what is left then is rounding, or a wall.
             step = Propose(outcome.fAt, outcome.fHeld, !record.fFisher);
             record.fFisher = !record.fFisher;
