@@ -83,29 +83,26 @@ private:
         fDocument.SetData(nullptr);
     }
 
-    /// The output's messages are the same for all models; the engine's sentence says what it is here. One line each.
+    /// One line for what kept a model from being fitted: the output's message and the sentence behind it. The messages
+    /// of splits, and of doubtful results, are notes in the output, and said here too.
     void ReportErrors() const {
         MessageCollector collector;
         fDocument.Root().Visit(collector);
-        std::vector<std::string> reasons;
         for (const run::SplitResult& result : fRun.fvResults) {
             for (const run::Message& message : result.fFigures.fMessages) {
-                if (message.fText.empty()) continue;
-                const std::string reason = (result.fName.empty() ? "" : result.fName + ": ") + message.fText;
-                if (message.fLevel == "error")
-                    reasons.push_back(reason);
-                else if (!fOptions.fQuiet)
-                    Remark(reason);
+                const bool shown = message.fLevel == "error" && result.fName.empty();
+                if (message.fText.empty() || shown || fOptions.fQuiet) continue;
+                Remark((result.fName.empty() ? "" : result.fName + ": ") + message.fText);
             }
         }
-        if (collector.fErrors.size() == 1 && reasons.size() == 1) {
-            Complain(collector.fErrors.front() + " " + reasons.front());
-            return;
+        std::vector<std::string>& errors = collector.fErrors;
+        if (errors.size() == 2 && fRun.fvResults.size() == 1) {
+            const std::size_t prefix = errors[1].find(": ");
+            errors[0] += " " + errors[1].substr(prefix == std::string::npos ? 0 : prefix + 2);
+            errors.pop_back();
         }
-        for (const auto* list : {&collector.fErrors, &reasons}) {
-            for (const std::string& line : *list)
-                Complain(line);
-        }
+        for (const std::string& error : errors)
+            Complain(error);
     }
 
     bool AllFitted() const {
