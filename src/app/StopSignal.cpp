@@ -26,6 +26,7 @@ void StopSignal::Watch() {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file beyond the allowed size is a failed write like any other
 }
 
 bool StopSignal::Asked() {
