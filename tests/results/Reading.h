@@ -9,6 +9,8 @@
 #include "results/HRFTOutputStats.h"
 #include "results/HRFTParseOutXML.h"
 
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -46,6 +48,15 @@ inline const char* const kModelDocument = R"(<PMML><DataDictionary>
   <DataField name="n" optype="continuous" dataType="double"/>
 </DataDictionary></PMML>)";
 
+/// A document that has every element of the grammar.
+inline const std::string& FullDocument() {
+    static const std::string text = [] {
+        std::ifstream file(HIERFIT_SOURCE_DIR "/tests/results/documents/full.xml");
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }();
+    return text;
+}
+
 /// The data and the output in which documents are read. Each reading has a record of its own.
 class Reading {
 public:
@@ -63,6 +74,7 @@ public:
     ProcedureDataSource& Source() { return fSource; }
     CFMetaData& MetaData() { return fMetaData; }
     host::OutputDocument& Document() { return fDocument; }
+    const host::OutputDocument& Document() const { return fDocument; }
 
 private:
     host::OutputDocument fDocument{"Mixed Model Analysis"};

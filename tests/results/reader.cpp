@@ -1,11 +1,9 @@
 #include "results/Reading.h"
 
 #include <cmath>
-#include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 
@@ -31,13 +29,7 @@ std::string Changed(std::string text, const Change& change) {
 }
 
 const std::string& Full() {
-    static const std::string text = [] {
-        std::ifstream file(HIERFIT_SOURCE_DIR "/tests/results/documents/full.xml");
-        std::ostringstream content;
-        content << file.rdbuf();
-        return content.str();
-    }();
-    return text;
+    return FullDocument();
 }
 
 struct Heard : output::Visitor {
