@@ -84,7 +84,7 @@ CommandSource::CommandSource(const Options& options) {
     }
     for (const CommandOption& option : CommandOptions()) {
         const auto given = options.fCommandTexts.find(option.fFlag);
-        if (given != options.fCommandTexts.end()) Apply(option, given->second);
+        if (given != options.fCommandTexts.end()) ApplyOption(fTree, option, given->second);
     }
     if (fFormula) {
         std::vector<command::Item> nominal;
@@ -110,14 +110,36 @@ void CommandSource::ReadFile(const std::string& file) {
     fTree = std::move(*tree);
 }
 
-void CommandSource::Apply(const CommandOption& option, const std::string& text) {
+void CommandSource::Refuse(const command::CommandError& error) const {
+    const bool inFile = !fFile.empty() && error.fAt.fSource == nullptr;
+    throw Failure{kWrongUse, (inFile ? fFile + ": " : "") + error.Message()};
+}
+
+command::Specification CommandSource::Resolve(const host::Table& table) {
+    const command::VariableList variables = ListOf(table);
+    command::CommandError error;
+    if (fFormula) {
+        if (!fFormula->Expand(variables, fTree, error)) Refuse(error);
+        const command::Parameter* list = fTree.Find("PRINT", "");
+        std::vector<command::Item> words = list ? list->fvItems : std::vector<command::Item>();
+        words.insert(words.begin(), command::Item::Word("SOLUTION"));
+        fTree.Get("PRINT").Set("", std::move(words));
+    }
+    const std::string refused = RefusedSyntax(fTree);
+    if (!refused.empty()) throw Failure{kWrongUse, (fFile.empty() ? "" : fFile + ": ") + refused};
+    std::optional<command::Specification> specification = command::Resolve(fTree, variables, error);
+    if (!specification) Refuse(error);
+    return std::move(*specification);
+}
+
+void ApplyOption(command::CommandTree& tree, const CommandOption& option, const std::string& text) {
     const command::Position at{0, 0, option.fFlag};
     auto set = [&](const char* parameter, std::vector<command::Item> items) {
-        fTree.Set(option.fSubcommand, parameter, std::move(items), at);
+        tree.Set(option.fSubcommand, parameter, std::move(items), at);
     };
     command::CommandError error;
     if (std::string_view(option.fSubcommand) == "EMMEANS") {
-        if (!ApplyMeansOption(fTree, option, text, error)) Refuse(error);
+        if (!ApplyMeansOption(tree, option, text, error)) throw Failure{kWrongUse, error.Message()};
         return;
     }
     switch (option.fForm) {
@@ -147,30 +169,8 @@ void CommandSource::Apply(const CommandOption& option, const std::string& text) 
     if (option.fForm == OptionForm::kWord || option.fForm == OptionForm::kFamily)
         for (char& c : shown)
             if (c == '-') c = '_';
-    if (!command::SetFromOption(fTree, option.fSubcommand, option.fParameter, shown, option.fFlag, error))
-        Refuse(error);
-}
-
-void CommandSource::Refuse(const command::CommandError& error) const {
-    const bool inFile = !fFile.empty() && error.fAt.fSource == nullptr;
-    throw Failure{kWrongUse, (inFile ? fFile + ": " : "") + error.Message()};
-}
-
-command::Specification CommandSource::Resolve(const host::Table& table) {
-    const command::VariableList variables = ListOf(table);
-    command::CommandError error;
-    if (fFormula) {
-        if (!fFormula->Expand(variables, fTree, error)) Refuse(error);
-        const command::Parameter* list = fTree.Find("PRINT", "");
-        std::vector<command::Item> words = list ? list->fvItems : std::vector<command::Item>();
-        words.insert(words.begin(), command::Item::Word("SOLUTION"));
-        fTree.Get("PRINT").Set("", std::move(words));
-    }
-    const std::string refused = RefusedSyntax(fTree);
-    if (!refused.empty()) throw Failure{kWrongUse, (fFile.empty() ? "" : fFile + ": ") + refused};
-    std::optional<command::Specification> specification = command::Resolve(fTree, variables, error);
-    if (!specification) Refuse(error);
-    return std::move(*specification);
+    if (!command::SetFromOption(tree, option.fSubcommand, option.fParameter, shown, option.fFlag, error))
+        throw Failure{kWrongUse, error.Message()};
 }
 
 std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes) {

@@ -27,13 +27,15 @@ public:
 
 private:
     void ReadFile(const std::string& file);
-    void Apply(const CommandOption& option, const std::string& text);
     [[noreturn]] void Refuse(const command::CommandError& error) const;
 
     std::string fFile;  ///< the command file's name for messages
     std::optional<command::Formula> fFormula;
     command::CommandTree fTree;
 };
+
+/// Puts an option over a command. Throws Failure.
+void ApplyOption(command::CommandTree& tree, const CommandOption& option, const std::string& text);
 
 /// The table that the command names. Throws Failure.
 std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes);

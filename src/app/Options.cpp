@@ -61,7 +61,10 @@ const std::vector<CommandOption>& CommandOptions() {
         {"--at", "EMMEANS", "AT", OptionForm::kItems, "covariates of the means held at values: x=2.5"},
         {"--emm-scale", "EMMEANS", "SCALE", OptionForm::kWord, "scale of the means: original or link"},
         {"--test", "TEST", "ROWS", OptionForm::kItems, "custom test, rows of coefficients: 'a(1 -1 0); a(0 1 -1)'"},
-        {"--print", "PRINT", "", OptionForm::kItems, "further tables: corb,covb,testcov,history(1),..."}};
+        {"--print", "PRINT", "", OptionForm::kItems, "further tables: corb,covb,testcov,history(1),..."},
+        {"--save", "OUTFILE", "DATA", OptionForm::kText, "write the data with predictions and residuals to this file"},
+        {"--scores", "SAVE", "", OptionForm::kItems, "what --save adds: fxpred,pred,resid,sefixp,sepred,dffixp,dfpred"},
+        {"--model-out", "OUTFILE", "MODEL", OptionForm::kText, "write the fitted model to this file, as PMML"}};
     return options;
 }
 
@@ -75,7 +78,9 @@ const char* HelpHeading(std::string_view subcommand) {
                                                                   {"DATA_STRUCTURE", "Repeated measures"},
                                                                   {"BUILD_OPTIONS", "Estimation"},
                                                                   {"EMMEANS", "Means and tests"},
-                                                                  {"TEST", "Means and tests"}};
+                                                                  {"TEST", "Means and tests"},
+                                                                  {"OUTFILE", "Files"},
+                                                                  {"SAVE", "Files"}};
     const auto at = headings.find(subcommand);
     return at == headings.end() ? "Options" : at->second;
 }
@@ -107,6 +112,15 @@ public:
 
         CLI::App* describe = AddTask("describe", "Show what a data file holds, as it is understood", Task::kDescribe);
         describe->add_option("datafile", fOptions.fDataFile, "data file, CSV or TSV with a header line")->required();
+
+        CLI::App* predict = AddTask("predict", "Score new data by a model file", Task::kPredict);
+        predict->add_option("modelfile", fOptions.fModelFile, "file that --model-out or OUTFILE MODEL has written")
+            ->required();
+        for (const char* flag : {"--data", "--data-schema", "--missing", "--decimal-comma"})
+            AddCommandOption(*predict, FindOption(flag), true);
+        predict->add_option("-o,--output", fOptions.fOutput, "write the data with the predictions to this file");
+        predict->add_flag("--strict", fOptions.fStrict, "refuse data that lack or change what the model needs");
+        predict->add_flag("--quiet", fOptions.fQuiet, "no remarks");
     }
 
     std::optional<int> Read(int argc, char** argv) {
@@ -162,14 +176,23 @@ private:
         return added;
     }
 
+    static const CommandOption& FindOption(std::string_view flag) {
+        const auto& options = CommandOptions();
+        return *std::find_if(options.begin(), options.end(),
+                             [&](const CommandOption& option) { return option.fFlag == flag; });
+    }
+
+    void AddCommandOption(CLI::App& task, const CommandOption& option, bool needsData) {
+        bool& given = fGiven[option.fFlag];
+        CLI::Option* added = task.add_option(option.fFlag, fTexts[option.fFlag], option.fHelp);
+        added->group(HelpHeading(option.fSubcommand))->type_name("");
+        added->each([&given](const std::string&) { given = true; });
+        if (needsData && std::string_view(option.fFlag) == "--data") added->required();
+    }
+
     void AddCommandOptions(CLI::App& task, bool needsData) {
-        for (const CommandOption& option : CommandOptions()) {
-            bool& given = fGiven[option.fFlag];
-            CLI::Option* added = task.add_option(option.fFlag, fTexts[option.fFlag], option.fHelp);
-            added->group(HelpHeading(option.fSubcommand))->type_name("");
-            added->each([&given](const std::string&) { given = true; });
-            if (needsData && std::string_view(option.fFlag) == "--data") added->required();
-        }
+        for (const CommandOption& option : CommandOptions())
+            AddCommandOption(task, option, needsData);
     }
 
     void AddOutputOptions(CLI::App& task) {
@@ -186,6 +209,8 @@ private:
             ->check(CLI::Range(1, 1024));
         task.add_flag("--quiet", fOptions.fQuiet, "no remarks and no progress");
         task.add_flag("--verbose", fOptions.fVerbose, "show the iterations");
+        task.add_option("--debug", fOptions.fDebug, "internal texts: specs,varlist,component,stats,records")
+            ->type_name("");
         task.add_flag("--show-command", fOptions.fShowCommand, "print the HIERFIT command instead of running it");
     }
 

@@ -7,7 +7,7 @@
 
 namespace app {
 
-enum class Task { kFit, kRun, kCheck, kDescribe };
+enum class Task { kFit, kRun, kCheck, kDescribe, kPredict };
 enum class Format { kText, kJson, kHtml };
 
 /// How the text of an option becomes items of the command.
@@ -36,6 +36,8 @@ struct Options {
     std::string fFormula;      ///< fit
     std::string fDataFile;     ///< describe
     std::string fCommandFile;  ///< run, check; "-" is the standard input
+    std::string fModelFile;    ///< predict
+    bool fStrict = false;      ///< predict: refuse data that the model doesn't fit
     /// Text of each command option that was given, by its flag; --data among them.
     std::map<std::string, std::string> fCommandTexts;
     Format fFormat = Format::kText;
@@ -46,6 +48,7 @@ struct Options {
     bool fQuiet = false;
     bool fVerbose = false;
     bool fShowCommand = false;
+    std::string fDebug;  ///< debug texts to show, separated by commas
 };
 
 /// Reads the command line. Help and version are printed, and wrong use is reported: then an exit code comes back and

@@ -2,13 +2,18 @@
 
 #include "app/CallBack.h"
 #include "app/CommandSource.h"
+#include "app/DebugDump.h"
 #include "app/ExitCode.h"
+#include "app/OutputFiles.h"
+#include "app/Predict.h"
 #include "app/ResultWriter.h"
+#include "app/ScoringWalk.h"
 #include "app/StopSignal.h"
 #include "app/Terminal.h"
 #include "command/ParsedBlock.h"
 #include "contracts/Host.h"
 #include "host/data/DataSource.h"
+#include "host/data/SavedDataWriter.h"
 #include "host/output/OutputDocument.h"
 #include "procedure/MixDriver.h"
 #include "report/OwnTables.h"
@@ -36,6 +41,7 @@ public:
         : fOptions(options),
           fpTable(std::move(table)),
           fBlock(command::WriteBlock(specification)),
+          fSaveFile(specification.fFiles.fData),
           fDocument("Mixed Model Analysis") {
         if (fOptions.fShow.empty()) fOptions.fShow = DefaultHalf(specification);
         command::FillRunValue(specification, fRun);
@@ -48,13 +54,12 @@ public:
     int Run(const std::string& command) {
         Drive();
         if (StopSignal::Asked()) throw Failure{kStopped, "stopped by the user"};
-        const bool anything = std::any_of(fRun.fvResults.begin(), fRun.fvResults.end(),
-                                          [](const run::SplitResult& result) { return result.fpModel != nullptr; });
         ReportErrors();
-        if (anything || fOptions.fFormat == Format::kJson)
+        if (AnythingFitted() || fOptions.fFormat == Format::kJson)
             WriteResults(fOptions.fOutput, RenderResults(fOptions, fRun, fDocument, command));
-        if (anything) WriteCharts(fOptions, fDocument);
-        if (fRun.fFileFailed) return kFileError;
+        if (AnythingFitted()) WriteCharts(fOptions, fDocument);
+        if (fSaveProblem) Complain(fSaveProblem->Message());
+        if (fRun.fFileFailed || fSaveProblem) return kFileError;
         return AllFitted() ? kFitted : kNotFitted;
     }
 
@@ -75,12 +80,28 @@ private:
         BpProcedure procedure = fDocument.Procedure();
         EXPOSEMIX(fBlock.Slots(), fBlock.Texts());
         fDocument.SetHalf(output::Half::kClassic);
-        MixDriver(fBlock.Cells(), procedure, source);
+        {
+            const DebugDump debug(fOptions.fDebug);
+            MixDriver(fBlock.Cells(), procedure, source);
+        }
         fDocument.SetHalf(output::Half::kBoth);
         if (fRun.fWishes.fDocuments && !StopSignal::Asked()) CallBack(fRun, fDocument, source);
         fRun.fProgress = nullptr;
+        if (!fSaveFile.empty()) SaveScores(source);
         if (!StopSignal::Asked()) report::AddOwnTables(fRun, fDocument);
         fDocument.SetData(nullptr);
+    }
+
+    bool AnythingFitted() const {
+        return std::any_of(fRun.fvResults.begin(), fRun.fvResults.end(),
+                           [](const run::SplitResult& result) { return result.fpModel != nullptr; });
+    }
+
+    void SaveScores(ProcedureDataSource& source) {
+        if (fRun.fFatal || StopSignal::Asked() || !AnythingFitted()) return;
+        ScoreData(fBlock, fRun, source);
+        if (StopSignal::Asked()) return;
+        fSaveProblem = host::WriteWithSaved(source.Impl(), fSaveFile);
     }
 
     /// One line for what kept a model from being fitted: the output's message and the sentence behind it. The messages
@@ -115,8 +136,10 @@ private:
     Options fOptions;
     std::shared_ptr<host::Table> fpTable;
     command::ParsedBlock fBlock;
+    std::string fSaveFile;  ///< data with scores; empty: none
     host::OutputDocument fDocument;
     run::RunValue fRun;
+    std::optional<host::DataError> fSaveProblem;
 };
 
 void ShowRemarks(const Options& options, const host::Table& table) {
@@ -131,6 +154,10 @@ int FitOrRun(const Options& options) {
     CheckChartsDirectory(options.fChartsDirectory);
     const std::shared_ptr<host::Table> table = OpenTable(source.Data());
     const command::Specification specification = source.Resolve(*table);
+    CheckFiles(specification.fFiles, options.fOutput, source.Data().fFile);
+    if (specification.fFiles.fData.empty() && !specification.fvSaved.empty())
+        throw Failure{kWrongUse,
+                      "SAVE names variables but no file takes them; give --save FILE or /OUTFILE DATA='...'"};
     const std::string command = command::PrintCommand(source.Tree());
     if (options.fShowCommand) {
         WriteResults(options.fOutput, command);
@@ -182,6 +209,8 @@ int RunTask(const Options& options) {
             return Check(options);
         case Task::kDescribe:
             return Describe(options);
+        case Task::kPredict:
+            return Predict(options);
         case Task::kFit:
         case Task::kRun:
             break;

@@ -40,6 +40,7 @@ void StopSignal::Watch() {
     action.sa_handler = OnTimeOut;
     sigaction(SIGALRM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file beyond the allowed size is a failed write like any other
 }
 
 bool StopSignal::Asked() {

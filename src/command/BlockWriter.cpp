@@ -266,6 +266,9 @@ void FillRunValue(const Specification& specification, run::RunValue& value) {
         value.fvMeans.push_back(means.fChoice);
     value.fvTests = specification.fvTests;
     value.fParameterFile = !specification.fFiles.fParameter.empty();
+    const OutputFiles& files = specification.fFiles;
+    value.fWishes.fFiles =
+        !(files.fModel.empty() && files.fParameter.empty() && files.fStatXML.empty() && files.fStatJSON.empty());
     value.fWishes.fHistory = specification.fPrint.fHistory;
     value.fWishes.fGMatrix = specification.fPrint.fGMatrix;
     value.fWishes.fRMatrix = specification.fPrint.fRMatrix;

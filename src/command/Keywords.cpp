@@ -150,7 +150,8 @@ const std::vector<SubcommandWord>& SubcommandWords() {
          {{"MODEL", Shape::kTextOrName, "the fitted model", {}},
           {"PARAMETER", Shape::kTextOrName, "the estimates and their covariance", {}},
           {"STATXML", Shape::kTextOrName, "the result document", {}},
-          {"STATJSON", Shape::kTextOrName, "the result document as JSON", {}}}}};
+          {"STATJSON", Shape::kTextOrName, "the result document as JSON", {}},
+          {"DATA", Shape::kTextOrName, "the data with the variables of SAVE", {}}}}};
     return words;
 }
 

@@ -60,6 +60,7 @@ namespace {
 
 constexpr double kLargest = 1e15;
 constexpr int kManyIterations = 1000000;
+constexpr int kUsualScores[] = {1, 2, 3};  // fixed predictions, predictions, residuals: of data saved without a list
 
 class Resolver {
 public:
@@ -312,7 +313,11 @@ private:
     }
 
     void ReadFiles() {
-        fSpec.fFiles = {ReadPath("MODEL"), ReadPath("PARAMETER"), ReadPath("STATXML"), ReadPath("STATJSON")};
+        fSpec.fFiles = {ReadPath("MODEL"), ReadPath("PARAMETER"), ReadPath("STATXML"), ReadPath("STATJSON"),
+                        ReadPath("DATA")};
+        if (!fSpec.fFiles.fData.empty() && fSpec.fvSaved.empty())
+            for (const int type : kUsualScores)
+                fSpec.fvSaved.push_back({type, {}});
         if (!fSpec.fFiles.fModel.empty() && !fSpec.fFiles.fParameter.empty())
             throw CommandError{"OUTFILE writes either MODEL or PARAMETER in one run, not both",
                                fTree.Find("OUTFILE", "PARAMETER")->fAt};

@@ -90,7 +90,7 @@ struct PrintOptions {
 };
 
 struct OutputFiles {
-    std::string fModel, fParameter, fStatXML, fStatJSON;
+    std::string fModel, fParameter, fStatXML, fStatJSON, fData;
 };
 
 struct Specification {

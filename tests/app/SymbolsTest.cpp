@@ -32,12 +32,15 @@ TEST(Symbols, TheLibraryExportsItsListAndNothingElse) {
                                         "MIXParameterMap",
                                         "MIXRegrParameter",
                                         "HRFTProcCustom"};
+    // What a program that debugs the library turns on; no part of the library does.
+    const std::set<std::string> switches{"gbDisplaySpecs", "gbDisplayVarList", "gbDisplayComponent",
+                                         "gbDisplayOutputStats", "gbDumpSortedRecords"};
     std::set<std::string> found;
     const std::regex symbol("^[0-9a-f]+ \\w (?:vtable for |typeinfo for |typeinfo name for )?(\\w+)(.*)$");
     for (const std::string& line : Lines("nm -D -C --defined-only '" HIERFIT_LIBRARY "'")) {
         std::smatch match;
         ASSERT_TRUE(std::regex_match(line, match, symbol)) << line;
-        EXPECT_TRUE(functions.count(match[1]) || classes.count(match[1])) << line;
+        EXPECT_TRUE(functions.count(match[1]) || classes.count(match[1]) || switches.count(match[1])) << line;
         found.insert(match[1]);
     }
     for (const std::string& name : functions)

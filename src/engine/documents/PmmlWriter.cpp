@@ -1,10 +1,12 @@
 #include "engine/documents/PmmlWriter.h"
 
 #include "engine/documents/DocumentEffect.h"
+#include "engine/documents/PmmlTarget.h"
 #include "engine/documents/XmlWriter.h"
 #include "engine/seam/Namer.h"
 
-#include <array>
+#include <algorithm>
+#include <map>
 #include <set>
 
 namespace engine {
@@ -13,27 +15,29 @@ namespace {
 
 constexpr const char* kExtender = "hierfit";
 
-/// By run::Distribution and run::Link, as the standard names them; null where it has no word.
-constexpr std::array<const char*, 8> kDistributions{"normal", "binomial", "poisson", "gamma",
-                                                    "igauss", "negbin",   nullptr,   nullptr};
-constexpr std::array<const char*, 9> kLinks{"identity", "log",    "logc",  "logit",  "probit",
-                                            "cloglog",  "loglog", "power", "cauchit"};
-
 std::string EntryName(std::size_t index) {
     return "P" + std::to_string(index + 1);
 }
 
+/// What a file is for.
+enum class PmmlKind { kModel, kParameters };
+
 class Pmml {
 public:
-    Pmml(const DocumentSource& source, std::ostream& stream, bool scorable)
+    Pmml(const DocumentSource& source, std::ostream& stream, PmmlKind kind)
         : fFit(source.fFit),
           fSpec(source.fSpec),
           fVariables(source.fVariables),
           fRun(source.fRun),
+          fpGeneralized(source.fGeneralized),
+          fpScoring(source.fpScoring),
           fNamer(source.fVariables, &source.fRun.fHidden),
           fEffects(source.fSpec.FixedEffects()),
+          fTarget(source),
           fXml(stream),
-          fScorable(scorable) {}
+          fKind(kind) {
+        NameParameters();
+    }
 
     void Write(const MCApplicInfo4XML& application) {
         XmlElement root(fXml, "PMML");
@@ -58,14 +62,26 @@ private:
         bool fCategorical;
     };
 
+    /// A parameter is an effect at levels of its factors; a multinomial target has it once for each category. Names go
+    /// by place in the list of parameters.
+    void NameParameters() {
+        std::map<std::pair<int, std::vector<int>>, std::size_t> known;
+        for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
+            const FixedParameter& parameter = fFit.fFixed[i];
+            const auto [at, added] = known.try_emplace({parameter.fEffect, parameter.fLevels}, fvFirst.size());
+            if (added) fvFirst.push_back(i);
+            fvNames.push_back(EntryName(at->second));
+        }
+    }
+
     /// Uses of the data's fields: each name's first use, and the further ones of another kind.
     void CollectFields(std::vector<Field>& first, std::vector<Field>& further) const {
         std::set<std::string> seen;
         std::set<std::string> categorical;
         const int hidden = static_cast<int>(fRun.fHidden.fvNames.size());
         for (int v = 0; v < std::max(fVariables.Size(), hidden); ++v) {
-            const Field field{fNamer.Variable(v), v,
-                              v < static_cast<int>(fSpec.fLevels.size()) && fSpec.fLevels[v] > 0};
+            const bool levels = v < static_cast<int>(fSpec.fLevels.size()) && fSpec.fLevels[v] > 0;
+            const Field field{fNamer.Variable(v), v, levels || (v == fSpec.fDependent && fTarget.HasCategories())};
             if (field.fName.empty()) continue;
             if (seen.insert(field.fName).second) {
                 first.push_back(field);
@@ -78,10 +94,16 @@ private:
 
     void DataField(const Field& field) {
         const IMCVariable* variable = fVariables.GetVarAt(field.fVariable);
+        const bool target = field.fVariable == fSpec.fDependent && fTarget.HasCategories();
+        const char* kind = !field.fCategorical             ? "continuous"
+                           : target && fTarget.IsOrdinal() ? "ordinal"
+                                                           : "categorical";
         XmlElement element(fXml, "DataField");
-        element.With("name", field.fName).With("optype", field.fCategorical ? "categorical" : "continuous");
+        element.With("name", field.fName).With("optype", kind);
         element.With("dataType", variable && variable->IsString() ? "string" : "double");
-        if (!field.fCategorical || !variable) return;
+        for (const std::string& text : target ? fRun.fTargetCategories : std::vector<std::string>())
+            XmlElement(fXml, "Value").With("value", text);
+        if (target || !field.fCategorical || !variable) return;
         for (int code = 0; code < variable->GetCategoryCount(); ++code) {
             XmlElement(fXml, "Value").With("value", variable->GetCategoryText(code));
         }
@@ -104,26 +126,20 @@ private:
     }
 
     void Model() {
-        const run::Target& target = fRun.fTarget;
         XmlElement model(fXml, "GeneralRegressionModel");
         model.With("modelName", "HIERFIT").With("targetVariableName", fNamer.Variable(fSpec.fDependent));
-        model.With("modelType", "generalizedLinear").With("functionName", "regression").With("algorithmName", "GLMM");
-        if (const char* distribution = kDistributions[static_cast<int>(target.fDistribution)]) {
-            model.With("distribution", distribution);
-        }
-        model.With("linkFunction", kLinks[static_cast<int>(target.fLink)]);
-        if (target.fLink == run::Link::kPower) model.With("linkParameter", target.fLinkPower);
-        if (target.fTrialsVar >= 0) model.With("trialsVariable", fNamer.Variable(fRun.fHidden.fTrials));
-        if (fSpec.fOffset >= 0) model.With("offsetVariable", fNamer.Variable(fSpec.fOffset));
-        if (fSpec.fOffset < 0 && fSpec.fOffsetValue != 0.0) model.With("offsetValue", fSpec.fOffsetValue);
-        if (!fScorable) model.With("isScorable", false);
+        model.With("algorithmName", "GLMM");
+        const bool scorable = fTarget.WriteAttributes(model, fNamer) && fKind == PmmlKind::kModel;
+        if (!scorable) model.With("isScorable", false);
         MiningSchema();
+        fTarget.WriteTransformations(fXml, fNamer);
         {
             const XmlElement list(fXml, "ParameterList");
-            for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
-                XmlElement(fXml, "Parameter")
-                    .With("name", EntryName(i))
-                    .With("label", ParameterLabel(fNamer, fEffects[fFit.fFixed[i].fEffect], fFit.fFixed[i].fLevels));
+            for (std::size_t name = 0; name < fvFirst.size(); ++name) {
+                const FixedParameter& parameter = fFit.fFixed[fvFirst[name]];
+                const std::string label =
+                    parameter.fThreshold ? "Threshold" : ParameterLabel(fNamer, EffectOf(parameter), parameter.fLevels);
+                XmlElement(fXml, "Parameter").With("name", EntryName(name)).With("label", label);
             }
         }
         Predictors("FactorList", true);
@@ -131,7 +147,13 @@ private:
         PredictorMatrix();
         CovarianceMatrix();
         Estimates();
-        if (fScorable) Extensions();
+        if (fKind == PmmlKind::kModel) Extensions();
+    }
+
+    /// Thresholds stand in the intercept's place, with or without one.
+    const ModelEffect& EffectOf(const FixedParameter& parameter) const {
+        static const ModelEffect intercept;
+        return parameter.fThreshold ? intercept : fEffects[parameter.fEffect];
     }
 
     void MiningSchema() {
@@ -141,6 +163,8 @@ private:
         CollectFields(first, further);
         const std::string target = fNamer.Variable(fSpec.fDependent);
         std::set<std::string> active;
+        for (int variable : fTarget.ActiveVariables())
+            active.insert(fNamer.Variable(variable));
         for (const ModelEffect& effect : fEffects) {
             for (int factor : effect.fFactors)
                 active.insert(fNamer.Variable(factor));
@@ -178,14 +202,14 @@ private:
 
     void PredictorMatrix() {
         const XmlElement matrix(fXml, "PPMatrix");
-        for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
-            const FixedParameter& parameter = fFit.fFixed[i];
-            const ModelEffect& effect = fEffects[parameter.fEffect];
+        for (std::size_t name = 0; name < fvFirst.size(); ++name) {
+            const FixedParameter& parameter = fFit.fFixed[fvFirst[name]];
+            const ModelEffect& effect = EffectOf(parameter);
             for (std::size_t f = 0; f < effect.fFactors.size(); ++f) {
-                Cell(fNamer.Category(effect.fFactors[f], parameter.fLevels[f]), effect.fFactors[f], i);
+                Cell(fNamer.Category(effect.fFactors[f], parameter.fLevels[f]), effect.fFactors[f], name);
             }
             for (const EffectCovariate& covariate : effect.fCovariates) {
-                Cell(std::to_string(covariate.fMultiplicity), covariate.fVariable, i);
+                Cell(std::to_string(covariate.fMultiplicity), covariate.fVariable, name);
             }
         }
     }
@@ -207,10 +231,12 @@ private:
         for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
             for (std::size_t j = 0; j <= i && !fFit.fFixed[i].fRedundant; ++j) {
                 if (fFit.fFixed[j].fRedundant) continue;
-                XmlElement(fXml, "PCovCell")
-                    .With("pRow", EntryName(i))
-                    .With("pCol", EntryName(j))
-                    .With("value", fFit.fFixedCovariance(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j)));
+                XmlElement cell(fXml, "PCovCell");
+                cell.With("pRow", fvNames[i]).With("pCol", fvNames[j]);
+                if (fFit.fFixed[i].fTarget >= 0) cell.With("tRow", fTarget.Category(fFit.fFixed[i].fTarget));
+                if (fFit.fFixed[j].fTarget >= 0) cell.With("tCol", fTarget.Category(fFit.fFixed[j].fTarget));
+                const double value = fFit.fFixedCovariance(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j));
+                cell.With("value", fTarget.Sign(fFit.fFixed[i]) * fTarget.Sign(fFit.fFixed[j]) * value);
             }
         }
     }
@@ -218,10 +244,13 @@ private:
     void Estimates() {
         const XmlElement matrix(fXml, "ParamMatrix");
         for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
-            XmlElement(fXml, "PCell")
-                .With("parameterName", EntryName(i))
-                .With("beta", fFit.fFixed[i].fEstimate)
-                .With("df", fFit.fFixed[i].fRedundant ? 0 : 1);
+            const FixedParameter& parameter = fFit.fFixed[i];
+            XmlElement cell(fXml, "PCell");
+            const std::string category = fTarget.CellCategory(parameter);
+            if (!category.empty()) cell.With("targetCategory", category);
+            cell.With("parameterName", fvNames[i]);
+            cell.With("beta", parameter.fRedundant ? 0.0 : fTarget.Sign(parameter) * parameter.fEstimate);
+            cell.With("df", parameter.fRedundant ? 0 : 1);
         }
     }
 
@@ -245,27 +274,37 @@ private:
                 XmlElement element(fXml, "CovarianceParameter");
                 element.With("block", parameter.fBlock < 0 ? "residual" : std::to_string(parameter.fBlock + 1));
                 element.With("structure", CovarianceWord(parameter.fType)).With("name", parameter.fName);
+                if (parameter.fTarget >= 0) element.With("targetCategory", fTarget.Category(parameter.fTarget));
                 if (parameter.fGroup >= 0) element.With("group", parameter.fGroup);
                 element.With("estimate", parameter.fEstimate).With("stdError", parameter.fStdError);
             }
         }
-        for (std::size_t b = 0; b < fSpec.fRandom.size(); ++b)
-            RandomEffects(static_cast<int>(b));
+        // A multinomial target's predictors have the blocks again, each for its own category.
+        const int blocks = fpGeneralized ? fpGeneralized->RandomBlocks() : static_cast<int>(fSpec.fRandom.size());
+        for (int b = 0; b < blocks; ++b)
+            RandomEffects(b);
+        if (!fpScoring) return;
+        XmlElement extension(fXml, "Extension");
+        Extension(extension, "scoring");
+        WriteScoring(fXml, *fpScoring);
     }
 
-    void RandomEffects(int block) {
+    void RandomEffects(int workingBlock) {
+        const int block = workingBlock % static_cast<int>(fSpec.fRandom.size());
+        const int category = fpGeneralized ? fpGeneralized->TargetOfBlock(workingBlock) : -1;
         const RandomBlock& random = fSpec.fRandom[block];
         XmlElement extension(fXml, "Extension");
         Extension(extension, "randomEffects").With("value", block + 1);
         {
             XmlElement columns(fXml, "Columns");
             columns.With("subject", fNamer.Variables(random.fSubjects));
+            if (category >= 0) columns.With("targetCategory", fTarget.Category(category));
             for (std::size_t c = 0; c < fFit.fRandomColumns[block].size(); ++c) {
                 const RandomColumn& column = fFit.fRandomColumns[block][c];
                 WriteRegressionParameter(fXml, fNamer, random.fEffects[column.fEffect], column.fLevels, EntryName(c));
             }
         }
-        for (const SubjectPrediction& subject : fFit.Predictions(block)) {
+        for (const SubjectPrediction& subject : fFit.Predictions(workingBlock)) {
             const XmlElement element(fXml, "Subject");
             WriteSegment(fXml, fNamer, random.fSubjects, subject.fSubject);
             fXml.Array(std::vector<double>(subject.fEstimate.begin(), subject.fEstimate.end()));
@@ -277,20 +316,25 @@ private:
     const ModelSpec& fSpec;
     const MCVarList& fVariables;
     const run::RunValue& fRun;
+    const WorkingModel* fpGeneralized;
+    const ScoringContent* fpScoring;
     Namer fNamer;
     std::vector<ModelEffect> fEffects;
+    PmmlTarget fTarget;
     XmlWriter fXml;
-    bool fScorable;
+    PmmlKind fKind;
+    std::vector<std::size_t> fvFirst;  ///< per parameter of the list, the first of the fit's that has its name
+    std::vector<std::string> fvNames;  ///< per parameter of the fit
 };
 
 }  // namespace
 
 void WritePmml(const DocumentSource& source, const MCApplicInfo4XML& application, std::ostream& stream) {
-    Pmml(source, stream, true).Write(application);
+    Pmml(source, stream, PmmlKind::kModel).Write(application);
 }
 
 void WriteParameterFile(const DocumentSource& source, const MCApplicInfo4XML& application, std::ostream& stream) {
-    Pmml(source, stream, false).Write(application);
+    Pmml(source, stream, PmmlKind::kParameters).Write(application);
 }
 
 }  // namespace engine

@@ -1,10 +1,12 @@
 #include "engine/documents/RecordSummary.h"
 
+#include "engine/glmm/TargetValues.h"
 #include "engine/model/EffectDesign.h"
 
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
 #include <unordered_map>
 
 namespace engine {
@@ -94,14 +96,38 @@ private:
     bool fLooked = false;
 };
 
-void SummariseTarget(const ModelSpec& spec, const RecordView& view, RecordSummary& summary) {
+void CountCategories(const TargetSpec& target, const ModelSpec& spec, const RecordView& view, RecordSummary& summary) {
+    summary.fFrequency.assign(target.fCategories, 0.0);
+    for (std::size_t i = 0; i < view.fCount; ++i)
+        summary.fFrequency[static_cast<std::size_t>(view.Row(i)[spec.fDependent])] += Frequency(spec, view.Row(i));
+    for (int code = 0; code < target.fCategories; ++code)
+        summary.fObserved.push_back(target.ValueOfCategory(code));
+}
+
+void CountBins(const ModelSpec& spec, const RecordView& view, double low, double high, RecordSummary& summary) {
+    const Bins bins(low, high, HistogramBins(summary.fTotalFrequency));
+    summary.fFrequency.assign(bins.Count(), 0.0);
+    for (std::size_t i = 0; i < view.fCount; ++i) {
+        const double* row = view.Row(i);
+        summary.fFrequency[bins.Of(row[spec.fDependent])] += Frequency(spec, row);
+    }
+    for (int b = 0; b < bins.Count(); ++b)
+        summary.fObserved.push_back(bins.Centre(b));
+}
+
+bool HasCategories(const TargetSpec* target) {
+    return target && target->fCategories > 0;
+}
+
+void SummariseTarget(const ModelSpec& spec, const TargetSpec* target, const RecordView& view, RecordSummary& summary) {
     double low = std::numeric_limits<double>::infinity();
     double high = -low;
     double mean = 0.0;
     double squares = 0.0;
     for (std::size_t i = 0; i < view.fCount; ++i) {
         const double* row = view.Row(i);
-        const double y = row[spec.fDependent];
+        const double observed = row[spec.fDependent];
+        const double y = HasCategories(target) ? target->ValueOfCategory(static_cast<int>(observed)) : observed;
         const double weight = Frequency(spec, row);
         low = std::min(low, y);
         high = std::max(high, y);
@@ -115,30 +141,26 @@ void SummariseTarget(const ModelSpec& spec, const RecordView& view, RecordSummar
     summary.fMean = mean;
     summary.fDeviation =
         summary.fTotalFrequency > 1.0 ? std::sqrt(squares / (summary.fTotalFrequency - 1.0)) : kMissing;
-    const Bins bins(low, high, HistogramBins(summary.fTotalFrequency));
-    summary.fFrequency.assign(bins.Count(), 0.0);
-    for (std::size_t i = 0; i < view.fCount; ++i) {
-        const double* row = view.Row(i);
-        summary.fFrequency[bins.Of(row[spec.fDependent])] += Frequency(spec, row);
-    }
-    for (int b = 0; b < bins.Count(); ++b)
-        summary.fObserved.push_back(bins.Centre(b));
+    if (HasCategories(target))
+        CountCategories(*target, spec, view, summary);
+    else
+        CountBins(spec, view, low, high, summary);
 }
 
-void SummarisePairs(const ModelSpec& spec, const RecordView& view, const std::vector<double>& fitted,
-                    RecordSummary& summary) {
+void SummarisePairs(const ModelSpec& spec, const RecordView& view, const FittedRecord& fitted, RecordSummary& summary) {
     double low = std::numeric_limits<double>::infinity();
     double high = -low;
     for (std::size_t i = 0; i < view.fCount; ++i) {
         const double y = view.Row(i)[spec.fDependent];
-        low = std::min({low, y, fitted[i]});
-        high = std::max({high, y, fitted[i]});
+        const double prediction = fitted(i);
+        low = std::min({low, y, prediction});
+        high = std::max({high, y, prediction});
     }
     const Bins bins(low, high, kPairBins);
     std::map<std::pair<int, int>, double> counts;
     for (std::size_t i = 0; i < view.fCount; ++i) {
         const double* row = view.Row(i);
-        counts[{bins.Of(row[spec.fDependent]), bins.Of(fitted[i])}] += Frequency(spec, row);
+        counts[{bins.Of(row[spec.fDependent]), bins.Of(fitted(i))}] += Frequency(spec, row);
     }
     for (const auto& [pair, count] : counts) {
         summary.fPairObserved.push_back(bins.Centre(pair.first));
@@ -147,33 +169,61 @@ void SummarisePairs(const ModelSpec& spec, const RecordView& view, const std::ve
     }
 }
 
-}  // namespace
-
-std::vector<double> LinearPredictors(const FitResult& fit, const ModelSpec& spec, const RecordView& view) {
-    const EffectDesign design(spec.FixedEffects(), spec.fLevels);
-    std::vector<ColumnHit> hits(design.NumEffects());
-    std::vector<BlockPredictions> blocks;
-    for (std::size_t b = 0; b < spec.fRandom.size(); ++b)
-        blocks.emplace_back(fit, spec.fRandom[b], spec, static_cast<int>(b));
-    std::vector<double> fitted(view.fCount);
+/// Of two categories, and of events, the fitted value is the probability of the second.
+void Classify(const ModelSpec& spec, const TargetSpec& target, const RecordView& view, const FittedRecord& fitted,
+              RecordSummary& summary) {
+    const bool events = target.HasTrials();
+    if (!events && target.fCategories == 0) return;
+    const bool several = target.fDistribution != run::Distribution::kBinomial;
+    const std::size_t count = events ? 2 : static_cast<std::size_t>(target.fCategories);
+    const TargetValues values(target, spec);
+    summary.fClassified.assign(count, std::vector<double>(count, 0.0));
     for (std::size_t i = 0; i < view.fCount; ++i) {
         const double* row = view.Row(i);
-        double eta = spec.fOffset >= 0 ? row[spec.fOffset] : spec.fOffsetValue;
-        design.PlainHits(row, hits.data());
-        for (const ColumnHit& hit : hits)
-            eta += hit.fValue * fit.fFixed[hit.fColumn].fEstimate;
-        for (BlockPredictions& block : blocks)
-            eta += block.Of(row);
-        fitted[i] = eta;
+        const double weight = Frequency(spec, row);
+        const double share = events ? fitted(i) / values.Trials(row) : fitted(i);
+        const auto predicted = several ? static_cast<std::size_t>(share) : static_cast<std::size_t>(share > 0.5);
+        if (events) {
+            const double y = row[spec.fDependent];
+            summary.fClassified[0][predicted] += weight * (values.Trials(row) - y);
+            summary.fClassified[1][predicted] += weight * y;
+        } else {
+            summary.fClassified[static_cast<std::size_t>(row[spec.fDependent])][predicted] += weight;
+        }
     }
-    return fitted;
 }
 
-RecordSummary SummariseRecords(const FitResult& fit, const ModelSpec& spec, const RecordView& view,
-                               const std::vector<double>& fitted) {
+}  // namespace
+
+FittedRecord LinearPredictor(const FitResult& fit, const ModelSpec& spec, const RecordView& view) {
+    struct State {
+        EffectDesign fDesign;
+        std::vector<ColumnHit> fHits;
+        std::vector<BlockPredictions> fBlocks;
+    };
+    auto state = std::make_shared<State>();
+    state->fDesign = EffectDesign(spec.FixedEffects(), spec.fLevels);
+    state->fHits.resize(state->fDesign.NumEffects());
+    for (std::size_t b = 0; b < spec.fRandom.size(); ++b)
+        state->fBlocks.emplace_back(fit, spec.fRandom[b], spec, static_cast<int>(b));
+    return [state, &fit, &spec, view](std::size_t i) {
+        const double* row = view.Row(i);
+        double eta = spec.fOffset >= 0 ? row[spec.fOffset] : spec.fOffsetValue;
+        state->fDesign.PlainHits(row, state->fHits.data());
+        for (const ColumnHit& hit : state->fHits)
+            eta += hit.fValue * fit.fFixed[hit.fColumn].fEstimate;
+        for (BlockPredictions& block : state->fBlocks)
+            eta += block.Of(row);
+        return eta;
+    };
+}
+
+RecordSummary SummariseRecords(const FitResult& fit, const ModelSpec& spec, const TargetSpec* target,
+                               const RecordView& view, const FittedRecord& fitted) {
     RecordSummary summary;
-    SummariseTarget(spec, view, summary);
-    if (view.fCount > 0 && fitted.size() == view.fCount) SummarisePairs(spec, view, fitted, summary);
+    SummariseTarget(spec, target, view, summary);
+    if (view.fCount > 0 && !HasCategories(target)) SummarisePairs(spec, view, fitted, summary);
+    if (target) Classify(spec, *target, view, fitted, summary);
     summary.fFirstSubjectTotal = static_cast<int>(fit.fFirstSubject.size());
     for (std::size_t i = 0; i < std::min(kMostFirstRecords, fit.fFirstSubject.size()); ++i) {
         const double* row = view.Row(fit.fFirstSubject[i]);

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "engine/glmm/TargetSpec.h"
 #include "engine/lmm/FitResult.h"
 
-#include <string>
+#include <functional>
 #include <vector>
 
 namespace engine {
@@ -12,23 +13,31 @@ struct RecordSummary {
     double fTotalFrequency = 0.0;
     double fMean = kMissing;
     double fDeviation = kMissing;
-    std::vector<double> fObserved;   ///< target: bin centres
+    std::vector<double> fObserved;   ///< target: bin centres, or the categories' numbers
     std::vector<double> fFrequency;  ///< weight in each bin
 
     std::vector<double> fPairObserved;  ///< predicted by observed: centres of the bins that hold records
     std::vector<double> fPairPredicted;
     std::vector<double> fPairFrequency;
 
+    /// Weights of the records by observed and predicted category: of a categorical target by code, of events of trials
+    /// other trials and events. The predicted category is the most probable one. Empty for other targets.
+    std::vector<std::vector<double>> fClassified;
+
     /// The first common subject, at most ten records: per record all values of the record.
     std::vector<std::vector<double>> fFirstSubject;
     int fFirstSubjectTotal = 0;  ///< records that the subject has
 };
 
-/// fitted: the prediction of each record of the view on the target's scale, random effects included.
-RecordSummary SummariseRecords(const FitResult& fit, const ModelSpec& spec, const RecordView& view,
-                               const std::vector<double>& fitted);
+/// The prediction of a record of a view on the target's scale, random effects included.
+using FittedRecord = std::function<double(std::size_t)>;
 
-/// Predictions X beta + Z u + offset of all records, by one pass over them.
-std::vector<double> LinearPredictors(const FitResult& fit, const ModelSpec& spec, const RecordView& view);
+/// target: null for a linear mixed model. fitted: as WorkingModel::Fitted has it for a generalized one. The records are
+/// read three times, and nothing is kept of each.
+RecordSummary SummariseRecords(const FitResult& fit, const ModelSpec& spec, const TargetSpec* target,
+                               const RecordView& view, const FittedRecord& fitted);
+
+/// X beta + Z u + offset. The fit, spec and records outlive the function.
+FittedRecord LinearPredictor(const FitResult& fit, const ModelSpec& spec, const RecordView& view);
 
 }  // namespace engine

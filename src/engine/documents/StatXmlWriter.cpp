@@ -1,10 +1,10 @@
 #include "engine/documents/StatXmlWriter.h"
 
 #include "engine/documents/DocumentEffect.h"
+#include "engine/documents/EstimatesXml.h"
 #include "engine/documents/MeansXml.h"
 #include "engine/documents/MomentFit.h"
 #include "engine/documents/XmlWriter.h"
-#include "engine/glmm/Link.h"
 #include "engine/lmm/Distributions.h"
 #include "engine/seam/Namer.h"
 
@@ -25,23 +25,6 @@ constexpr std::array<const char*, 8> kDistributionWords{"NORMAL", "BINOMIAL", "P
 constexpr std::array<const char*, 9> kLinkWords{"IDENTITY", "LOG",     "LOGC",  "LOGIT",  "PROBIT",
                                                 "CLOGLOG",  "NLOGLOG", "POWER", "CAUCHIT"};
 
-std::string EntryName(std::size_t index) {
-    return "P" + std::to_string(index + 1);
-}
-
-/// Prefixes of the parameters of a Kronecker product's two factors.
-constexpr std::string_view kFirstFactor = "A ";
-constexpr std::string_view kSecondFactor = "B ";
-
-/// The words by which the viewer knows the parameters of a covariance structure: "Variance ", "UN (2,1)", "AR1 rho".
-std::string ViewerName(const CovarianceParameter& parameter) {
-    std::string name = parameter.fName;
-    if (name == "Variance") return name + " ";
-    if (name.starts_with(kFirstFactor) || name.starts_with(kSecondFactor)) name.erase(0, kFirstFactor.size());
-    if (const std::size_t open = name.find('('); open != std::string::npos && open > 0) name.insert(open, " ");
-    return name;
-}
-
 class StatXml {
 public:
     StatXml(const DocumentSource& source, std::ostream& stream)
@@ -53,7 +36,8 @@ public:
           fNamer(source.fVariables, &source.fRun.fHidden),
           fEffects(source.fSpec.FixedEffects()),
           fXml(stream),
-          fMeans(fXml, fNamer, source.fMeans, source.fSpec.fConfidence) {}
+          fMeans(fXml, fNamer, source.fMeans, source.fSpec.fConfidence),
+          fEstimates(fXml, fNamer, source) {}
 
     void Write() {
         const XmlElement root(fXml, "StatXML");
@@ -77,10 +61,10 @@ private:
         const XmlElement settings(fXml, "BuildSettings");
         const run::Target& target = fRun.fTarget;
         Parameter("TargetField", fNamer.Variable(fSpec.fDependent));
-        const bool trials = target.fTrialsVar >= 0 || target.fTrialsValue > 0.0;
-        Parameter("UseTrials", trials);
-        if (target.fTrialsVar >= 0) Parameter("TrialsField", fNamer.Variable(fRun.fHidden.fTrials));
-        if (target.fTrialsVar < 0 && target.fTrialsValue > 0.0) Parameter("TrialsValue", target.fTrialsValue);
+        const bool byField = fRun.fHidden.fTrials >= 0;
+        Parameter("UseTrials", byField || target.fTrialsValue > 0.0);
+        if (byField) Parameter("TrialsField", fNamer.Variable(fRun.fHidden.fTrials));
+        if (!byField && target.fTrialsValue > 0.0) Parameter("TrialsValue", target.fTrialsValue);
         Parameter("DistributionOfTarget", kDistributionWords[static_cast<int>(target.fDistribution)]);
         Parameter("LinkFunctionType", kLinkWords[static_cast<int>(target.fLink)]);
         if (target.fLink == run::Link::kPower) Parameter("LinkFunctionParam", target.fLinkPower);
@@ -168,7 +152,10 @@ private:
             XmlElement map(fXml, "StringMap");
             map.With("mapId", kFixedMap);
             for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
-                MapEntry(i, fEffects[fFit.fFixed[i].fEffect], fFit.fFixed[i].fLevels);
+                XmlElement entry(fXml, "MapEntry");
+                entry.With("name", EntryName(i));
+                const XmlElement label(fXml, "Label");
+                fEstimates.FixedParameter(i);
             }
         }
         for (std::size_t b = 0; b < fFit.fRandomColumns.size(); ++b) {
@@ -205,13 +192,15 @@ private:
             columns += count;
         Statistic("numOfColsOfRandom", columns);
         Statistic("numOfCommonSubjects", fFit.fNumCommonSubjects);
+        if (!fSummary.fClassified.empty()) Statistic("classificationAccuracy", Accuracy());
         if (HasEstimates()) fMeans.GrandMean();
         TargetDistribution();
         PredictedByObserved();
+        Classification();
         if (!HasEstimates()) return;
         ModelTests();
         FirstSubject();
-        RandomCovariances();
+        fEstimates.RandomCovariances();
         fMeans.Groups();
     }
 
@@ -238,6 +227,38 @@ private:
         }
         Coordinates("observed", fSummary.fObserved);
         Coordinates("frequency", fSummary.fFrequency);
+    }
+
+    /// Share of the records, by their weights, whose most probable category is the observed one.
+    double Accuracy() const {
+        double right = 0.0;
+        double all = 0.0;
+        for (std::size_t i = 0; i < fSummary.fClassified.size(); ++i) {
+            right += fSummary.fClassified[i][i];
+            for (const double count : fSummary.fClassified[i])
+                all += count;
+        }
+        return all > 0.0 ? right / all : kMissing;
+    }
+
+    /// Observed categories by predicted ones. Of events of trials the rows are other trials and events, which have no
+    /// labels.
+    void Classification() {
+        const int count = static_cast<int>(fSummary.fClassified.size());
+        if (count == 0) return;
+        XmlElement matrix(fXml, "Matrix");
+        matrix.With("description", "classificationTable").With("nbRows", count).With("nbCols", count);
+        matrix.With("kind", "any");
+        if (fRun.fTarget.IsCategorical()) {
+            const XmlElement labels(fXml, "MatrixLabels");
+            const XmlElement both(fXml, "RowColLabels");
+            for (const std::string& text : fRun.fTargetCategories)
+                XmlElement(fXml, "Label").With("label", text);
+        }
+        std::vector<double> cells;
+        for (const std::vector<double>& row : fSummary.fClassified)
+            cells.insert(cells.end(), row.begin(), row.end());
+        fXml.Array(cells);
     }
 
     void PredictedByObserved() {
@@ -308,6 +329,10 @@ private:
     std::vector<std::string> ColumnTexts(int variable) const {
         std::vector<std::string> texts;
         for (const std::vector<double>& row : fSummary.fFirstSubject) {
+            if (variable == fSpec.fDependent && fRun.fTarget.IsCategorical()) {
+                texts.push_back(fRun.fTargetCategories[static_cast<std::size_t>(row[variable])]);
+                continue;
+            }
             texts.push_back(fSpec.fLevels[variable] > 0 ? fNamer.Category(variable, static_cast<int>(row[variable]))
                                                         : RoundTripText(row[variable]));
         }
@@ -344,198 +369,38 @@ private:
         fXml.Array(ColumnTexts(variable));
     }
 
-    const std::vector<std::string>& GroupTexts(int block) const {
-        return block < 0 ? fRun.fHidden.fvResidualGroupTexts : fRun.fHidden.fvRandomGroupTexts[block];
-    }
-
-    void GroupSegment(int variable, const std::string& text) {
-        const XmlElement segment(fXml, "SegmentInfo");
-        XmlElement(fXml, "FieldInfo").With("fieldName", fNamer.Variable(variable)).With("fieldValue", text);
-    }
-
-    void RandomCovariances() {
-        for (std::size_t b = 0; b < fSpec.fRandom.size(); ++b) {
-            const int block = static_cast<int>(b);
-            const RandomBlock& random = fSpec.fRandom[b];
-            XmlElement data(fXml, "StructuredData");
-            data.With("description", "randomEffectCovariances");
-            Statistic("blockNumber", block);
-            {
-                const XmlElement labels(fXml, "MatrixLabels");
-                const XmlElement rows(fXml, "RowColLabels");
-                for (std::size_t c = 0; c < fFit.fRandomColumns[b].size(); ++c) {
-                    const XmlElement label(fXml, "Label");
-                    XmlElement(fXml, "PrintableList")
-                        .With("pattern", EntryName(c))
-                        .With("isKey", true)
-                        .With("mapId", block + 1);
-                }
-            }
-            const int groups = random.fGroup < 0 ? 1 : static_cast<int>(GroupTexts(block).size());
-            for (int group = 0; group < groups; ++group) {
-                const XmlElement segment(fXml, "SegmentData");
-                if (random.fGroup < 0) {
-                    const XmlElement none(fXml, "SegmentInfo");
-                } else {
-                    GroupSegment(random.fGroup, GroupTexts(block)[group]);
-                }
-                SymmetricMatrix(fFit.RandomCovariance(block, random.fGroup < 0 ? -1 : group));
-            }
-        }
-    }
-
-    void SymmetricMatrix(const Eigen::MatrixXd& matrix) {
-        XmlElement element(fXml, "Matrix");
-        element.With("nbRows", static_cast<int>(matrix.rows())).With("nbCols", static_cast<int>(matrix.cols()));
-        element.With("kind", "symmetric");
-        std::vector<double> lower;
-        for (Eigen::Index i = 0; i < matrix.rows(); ++i) {
-            for (Eigen::Index j = 0; j <= i; ++j)
-                lower.push_back(matrix(i, j));
-        }
-        fXml.Array(lower);
-    }
-
     void TrainingSummary() {
         const XmlElement summary(fXml, "TrainingSummary");
         if (HasEstimates()) {
-            FixedEstimates();
-            ResidualEstimates();
-            RandomEstimates();
+            fEstimates.Estimates();
         }
         for (const std::string& key : MessageKeys())
             Message(key);
     }
 
-    struct Row {
-        double fEstimate = kMissing, fStdError = kMissing, fDf = kMissing, fLower = kMissing, fUpper = kMissing,
-               fT = kMissing, fZ = kMissing, fSig = kMissing, fExpEstimate = kMissing, fExpLower = kMissing,
-               fExpUpper = kMissing;
-        bool fRedundant = false;
-    };
-
-    /// The attributes of a ParameterStats: all of them always, empty where a statistic does not apply.
-    static void Attributes(XmlElement& element, const std::string& name, const std::string& label, const Row& row) {
-        element.With("paramName", name).With("paramLabel", label);
-        element.With("estimate", row.fEstimate).With("stdError", row.fStdError).With("df", row.fDf);
-        element.With("confIntervalLower", row.fLower).With("confIntervalUpper", row.fUpper);
-        element.With("tTest", row.fT).With("zTest", row.fZ).With("sig", row.fSig).With("chiSquare", kMissing);
-        element.With("expEstimate", row.fExpEstimate).With("expCILower", row.fExpLower);
-        element.With("expCIUpper", row.fExpUpper);
-        element.With("isRedundant", row.fRedundant);
-    }
-
-    void FixedEstimates() {
-        XmlElement estimates(fXml, "ParameterEstimates");
-        estimates.With("parameterType", "fixed");
-        const int shift = fSpec.fIntercept ? 1 : 0;
-        for (std::size_t i = 0; i < fFit.fFixed.size(); ++i) {
-            const FixedParameter& parameter = fFit.fFixed[i];
-            const ModelEffect& effect = fEffects[parameter.fEffect];
-            Row row;
-            row.fEstimate = parameter.fEstimate;
-            row.fRedundant = parameter.fRedundant;
-            if (!parameter.fRedundant) {
-                row.fStdError = parameter.fStdError;
-                row.fDf = parameter.fDf;
-                row.fLower = parameter.fLower;
-                row.fUpper = parameter.fUpper;
-                row.fT = parameter.fT;
-                row.fSig = parameter.fP;
-            }
-            if (HasExponentialReading(fRun.fTarget.fLink)) {
-                row.fExpEstimate = std::exp(row.fEstimate);
-                row.fExpLower = std::exp(row.fLower);
-                row.fExpUpper = std::exp(row.fUpper);
-            }
-            XmlElement stats(fXml, "ParameterStats");
-            Attributes(stats, EntryName(i), ParameterLabel(fNamer, effect, parameter.fLevels), row);
-            WriteRegressionParameter(fXml, fNamer, effect, parameter.fLevels, EntryName(i));
-            if (!effect.IsIntercept()) Statistic("fixedEffectIndex", parameter.fEffect - shift);
-        }
-    }
-
-    void CovarianceStats(const CovarianceParameter& parameter, int effectIndex) {
-        Row row;
-        row.fEstimate = parameter.fEstimate;
-        row.fRedundant = parameter.fRedundant;
-        row.fStdError = parameter.fStdError;
-        row.fLower = parameter.fLower;
-        row.fUpper = parameter.fUpper;
-        row.fZ = parameter.fZ;
-        row.fSig = parameter.fP;
-        XmlElement stats(fXml, "ParameterStats");
-        Attributes(stats, parameter.fName, parameter.fName, row);
-        XmlElement list(fXml, "PrintableList");
-        if (effectIndex < 0) {
-            list.With("pattern", ViewerName(parameter)).With("isKey", true);
-            return;
-        }
-        list.With("pattern", "VarOfEffect").With("isKey", true);
-        XmlElement(fXml, "PrintableList").With("pattern", std::to_string(effectIndex));
-    }
-
-    std::vector<const CovarianceParameter*> ParametersOf(int block, int group) const {
-        std::vector<const CovarianceParameter*> parameters;
-        for (const CovarianceParameter& parameter : fFit.fCovariance) {
-            if (parameter.fBlock == block && parameter.fGroup == group) parameters.push_back(&parameter);
-        }
-        return parameters;
-    }
-
-    /// Parameters of a Kronecker product's first factor.
-    int FirstFactorParameters() const {
-        const std::vector<const CovarianceParameter*> parameters =
-            ParametersOf(-1, fSpec.fResidual.fGroup < 0 ? -1 : 0);
-        return static_cast<int>(std::count_if(
-            parameters.begin(), parameters.end(),
-            [](const CovarianceParameter* parameter) { return parameter->fName.starts_with(kFirstFactor); }));
-    }
-
-    void ResidualEstimates() {
-        const ResidualBlock& residual = fSpec.fResidual;
-        const int groups = residual.fGroup < 0 ? 1 : static_cast<int>(GroupTexts(-1).size());
-        for (int group = 0; group < groups; ++group) {
-            XmlElement estimates(fXml, "ParameterEstimates");
-            estimates.With("parameterType", "repeated");
-            if (residual.fGroup >= 0) GroupSegment(residual.fGroup, GroupTexts(-1)[group]);
-            if (!residual.fSecondMeasures.empty()) Statistic("NumUNParam", FirstFactorParameters());
-            for (const CovarianceParameter* parameter : ParametersOf(-1, residual.fGroup < 0 ? -1 : group)) {
-                CovarianceStats(*parameter, -1);
-            }
-        }
-    }
-
-    void RandomEstimates() {
-        for (std::size_t b = 0; b < fSpec.fRandom.size(); ++b) {
-            const int block = static_cast<int>(b);
-            const RandomBlock& random = fSpec.fRandom[b];
-            const int groups = random.fGroup < 0 ? 1 : static_cast<int>(GroupTexts(block).size());
-            const bool byEffect = random.fType == CovarianceType::kVC;
-            const bool intercept = std::any_of(random.fEffects.begin(), random.fEffects.end(),
-                                               [](const ModelEffect& effect) { return effect.IsIntercept(); });
-            for (int group = 0; group < groups; ++group) {
-                XmlElement estimates(fXml, "ParameterEstimates");
-                estimates.With("parameterType", "random").With("block", block);
-                if (random.fGroup >= 0) GroupSegment(random.fGroup, GroupTexts(block)[group]);
-                int effect = 0;
-                int plain = intercept ? 1 : 0;
-                for (const CovarianceParameter* parameter : ParametersOf(block, random.fGroup < 0 ? -1 : group)) {
-                    int index = -1;
-                    if (byEffect && effect < static_cast<int>(random.fEffects.size())) {
-                        // The viewer counts the intercept as 0 wherever it stands in the list.
-                        index = random.fEffects[effect].IsIntercept() ? 0 : plain++;
-                        ++effect;
-                    }
-                    CovarianceStats(*parameter, index);
-                }
-            }
-        }
-    }
-
     /// Whether a parameter is the residual variance of a target whose scale is 1.
     bool IsUnitScale(const CovarianceParameter& parameter) const {
         return parameter.fBlock < 0 && parameter.fRedundant && fSpec.fResidual.fUnitScale;
+    }
+
+    /// Targets whose scale is 1 by their distribution.
+    bool HasUnitScale() const {
+        switch (fRun.fTarget.fDistribution) {
+            case run::Distribution::kNormal:
+            case run::Distribution::kGamma:
+            case run::Distribution::kInverseGaussian:
+                return false;
+            default:
+                return true;
+        }
+    }
+
+    /// Whether a residual structure has no more than one repeated value: a variance is all that is left of it.
+    bool HasOneRepeatedValue() const {
+        const ResidualBlock& residual = fSpec.fResidual;
+        return !residual.IsScaledIdentity() && !residual.fRepeated.empty() &&
+               std::all_of(residual.fRepeated.begin(), residual.fRepeated.end(),
+                           [this](int variable) { return fSpec.fLevels[variable] == 1; });
     }
 
     /// Message keys that the viewer tests for, each by the condition that it tells of.
@@ -548,11 +413,12 @@ private:
                 random && std::all_of(fFit.fCovariance.begin(), fFit.fCovariance.end(), [](const auto& p) {
                     return p.fBlock < 0 || p.fRedundant || (p.fAtBound && p.fEstimate == 0.0);
                 });
-            if (allAtZero || (!random && !hasSubjects)) keys.emplace_back("kGLMM_C8");
+            if (allAtZero || (!random && !hasSubjects)) keys.emplace_back(HasUnitScale() ? "kGLMM_C9" : "kGLMM_C8");
             if (!fFit.fStatus.IsOk() && fFit.fStatus.fCode == 230036) keys.emplace_back("kGLMM_C10");
             const bool redundant = std::any_of(fFit.fCovariance.begin(), fFit.fCovariance.end(), [this](const auto& p) {
                 return p.fRedundant && fSpec.fResidual.fSecondMeasures.empty() && !IsUnitScale(p);
             });
+            if (HasOneRepeatedValue()) keys.emplace_back("kGLMM_C18");
             if (std::any_of(fFit.fCovariance.begin(), fFit.fCovariance.end(),
                             [this](const auto& p) { return IsUnitScale(p); })) {
                 keys.emplace_back("kGLMM_C23");
@@ -579,6 +445,7 @@ private:
     std::vector<ModelEffect> fEffects;
     XmlWriter fXml;
     MeansXml fMeans;
+    EstimatesXml fEstimates;
 };
 
 }  // namespace

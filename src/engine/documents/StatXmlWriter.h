@@ -2,6 +2,7 @@
 
 #include "contracts/EngineVariables.h"
 #include "engine/documents/RecordSummary.h"
+#include "engine/documents/ScoringDocument.h"
 #include "engine/glmm/WorkingModel.h"
 #include "engine/lmm/FitResult.h"
 #include "engine/means/MeansResults.h"
@@ -19,7 +20,9 @@ struct DocumentSource {
     const run::RunValue& fRun;
     const RecordSummary& fSummary;
     const MeansResults& fMeans;
+    const TargetSpec& fTarget;                   ///< of a generalized model
     const WorkingModel* fGeneralized = nullptr;  ///< null for a linear mixed model
+    const ScoringContent* fpScoring = nullptr;   ///< what a model file carries for scoring; null: none
 };
 
 /// Writes the result document: build settings, string maps, diagnostics, estimates, messages. docs/documents.md has its

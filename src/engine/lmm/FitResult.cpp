@@ -84,6 +84,10 @@ std::vector<SubjectPrediction> FitResult::Predictions(int block) const {
     return fModel->Mixed().Source().Predictions(block);
 }
 
+void FitResult::KeepPredictions() const {
+    if (!fModel->fSpec.fRandom.empty()) fModel->Mixed().Source().Prepare();
+}
+
 Eigen::MatrixXd FitResult::ResidualCovariance(int maxRows) const {
     const ParameterLayout& layout = fModel->Layout();
     if (fModel->fSpec.fResidual.IsScaledIdentity()) {

@@ -183,6 +183,8 @@ struct FitResult {
     Eigen::MatrixXd ResidualCovariance(int maxRows = 200) const;
     /// Predictions of the random effects of a block, subjects in the order of the records. Reads the records again.
     std::vector<SubjectPrediction> Predictions(int block) const;
+    /// Takes from the records what predictions with random effects need, so that the records may go.
+    void KeepPredictions() const;
     /// Row of fixed coefficients (all columns) of a record.
     Eigen::VectorXd FixedRow(const double* record) const;
     /// Row of a record with its random effects too, as far as its subjects are known to the fit.

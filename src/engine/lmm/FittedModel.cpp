@@ -1,6 +1,7 @@
 #include "engine/lmm/FittedModel.h"
 
 #include "engine/lmm/MixedContrasts.h"
+#include "engine/lmm/PredictionState.h"
 
 #include <numeric>
 
@@ -27,6 +28,11 @@ Eigen::MatrixXd FittedModel::RandomCovariance(int block, int group) const {
     std::iota(places.fPositions.begin(), places.fPositions.end(), 0);
     segment.fReported->Matrix(segment.Part(fTheta), places, matrix);
     return matrix;
+}
+
+void FittedModel::UseState(RandomState state) {
+    auto source = std::make_unique<KeptSource>(std::move(state), static_cast<int>(fSpec.fRandom.size()));
+    std::call_once(fOnce, [&] { fMixed = std::make_unique<MixedContrasts>(*this, std::move(source)); });
 }
 
 const MixedContrasts& FittedModel::Mixed() const {

@@ -12,16 +12,18 @@
 namespace engine {
 
 class MixedContrasts;
+struct RandomState;
 
 /// What a finished fit keeps alive for the calls of FitResult: its own copy of the model, the gathered problem, and the
-/// inference. Made by LmmFit. The problem is one of subjects, or one of crossed random effects.
+/// inference. Made by LmmFit. The problem is one of subjects, or one of crossed random effects; a model that
+/// comes from a file has neither.
 struct FittedModel {
     FittedModel(const ModelSpec& spec, const RecordView& view);
     ~FittedModel();
 
     /// Crossed, or with a block of one subject: no subject variable is common to all blocks.
     bool IsCrossed() const { return fCrossed != nullptr; }
-    const FixedBasis& Basis() const { return IsCrossed() ? *fOwnBasis : fProblem->Basis(); }
+    const FixedBasis& Basis() const { return fOwnBasis ? *fOwnBasis : fProblem->Basis(); }
     const ParameterLayout& Layout() const { return IsCrossed() ? fCrossed->Layout() : fProblem->Layout(); }
     /// Starting values, reported scale.
     Eigen::VectorXd Start() const;
@@ -30,6 +32,8 @@ struct FittedModel {
     Eigen::MatrixXd RandomCovariance(int block, int group) const;
     /// Made with the first call, which reads the records.
     const MixedContrasts& Mixed() const;
+    /// Lets Mixed answer from a state instead.
+    void UseState(RandomState state);
 
     ModelSpec fSpec;
     Workers fWorkers;
@@ -37,7 +41,7 @@ struct FittedModel {
     std::shared_ptr<const void>
         fWorkingData;  ///< what the view and the basis look into, when a generalized fit made it
     std::unique_ptr<LmmProblem> fProblem;
-    std::unique_ptr<FixedBasis> fOwnBasis;  ///< of a crossed problem
+    std::unique_ptr<FixedBasis> fOwnBasis;  ///< of a crossed problem, or of a model without its problem
     std::unique_ptr<CrossedProblem> fCrossed;
     std::unique_ptr<Objective> fObjective;
     std::unique_ptr<Inference> fInference;

@@ -49,6 +49,22 @@ FixedBasis::FixedBasis(const ModelSpec& spec, const RecordView& view, Workers& w
     Sweep(spec.fTolerance, Accumulate(view, workers));
 }
 
+FixedBasis::FixedBasis(const ModelSpec& spec, std::vector<int> kept, Eigen::MatrixXd span, double totalFrequency)
+    : fDesign(spec.FixedEffects(), spec.fLevels),
+      fDependent(spec.fDependent),
+      fFrequency(spec.fFrequencyWeight),
+      fRegression(spec.fRegressionWeight),
+      fOffset(spec.fOffset),
+      fOffsetValue(spec.fOffsetValue),
+      fIntercept(spec.fIntercept),
+      fTotalFrequency(totalFrequency),
+      fKept(std::move(kept)),
+      fIndex(fDesign.NumColumns(), -1),
+      fSpan(std::move(span)) {
+    for (std::size_t k = 0; k < fKept.size(); ++k)
+        fIndex[fKept[k]] = static_cast<int>(k);
+}
+
 void FixedBasis::PickCentres(const ModelSpec& spec, const RecordView& view) {
     if (!fIntercept || view.fCount == 0) return;
     fDesign.CentreCovariates(SampleMeans(view, spec.fLevels.size()));

@@ -27,6 +27,10 @@ public:
     /// Reads all records once. Records of frequency f count f times.
     FixedBasis(const ModelSpec& spec, const RecordView& view, Workers& workers, const WorkingData& working = {});
 
+    /// What it was found to be for records that are gone: enough for rows of coefficients and their inference.
+    /// span: Rank() x NumColumns().
+    FixedBasis(const ModelSpec& spec, std::vector<int> kept, Eigen::MatrixXd span, double totalFrequency);
+
     const EffectDesign& Design() const { return fDesign; }
     int Rank() const { return static_cast<int>(fKept.size()); }
     int NumColumns() const { return fDesign.NumColumns(); }

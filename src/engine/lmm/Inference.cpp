@@ -43,6 +43,27 @@ Inference::Inference(const FixedBasis& basis, DfMethod method, double confidence
     fHalf = basis.KeptTransform().triangularView<Eigen::Upper>().solve(fAt.fHalf);
 }
 
+namespace {
+
+Evaluation WithSlopes(std::vector<Eigen::MatrixXd> slopes) {
+    Evaluation at;
+    at.fSlopes = std::move(slopes);
+    return at;
+}
+
+}  // namespace
+
+Inference::Inference(const FixedBasis& basis, DfMethod method, double confidence, FixedState state)
+    : fBasis(basis),
+      fMethod(method),
+      fConfidence(confidence),
+      fAt(WithSlopes(std::move(state.fSlopes))),
+      fThetaCovariance(std::move(state.fThetaCovariance)),
+      fBeta(std::move(state.fBeta)),
+      fHalf(std::move(state.fHalf)),
+      fWeight(std::move(state.fWeight)),
+      fAdjusted(std::move(state.fAdjusted)) {}
+
 void Inference::AdjustKenwardRoger(Eigen::MatrixXd weight, const Eigen::MatrixXd& curvature) {
     fWeight = std::move(weight);
     const Eigen::Index p = fHalf.cols();

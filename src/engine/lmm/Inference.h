@@ -20,12 +20,24 @@ struct EffectiveRow {
     bool fEstimable = true;
 };
 
+/// What an inference knows of the fixed effects, free of the data.
+struct FixedState {
+    Eigen::VectorXd fBeta;                 ///< p kept columns, original parametrisation
+    Eigen::MatrixXd fHalf;                 ///< R with cov(beta) = R R', model-based
+    std::vector<Eigen::MatrixXd> fSlopes;  ///< per covariance parameter, d cov(beta) = R slope R'
+    Eigen::MatrixXd fThetaCovariance;      ///< of the covariance parameters on the scale of the slopes
+    Eigen::MatrixXd fWeight, fAdjusted;    ///< Kenward-Roger; else empty
+};
+
 /// What is known after the iterations, put so that any contrast can be tested. Immutable.
 class Inference {
 public:
     /// at: derivatives on the given scale. covariance: of the covariance parameters on that scale, zero rows for those
     /// that are held. The basis outlives this object.
     Inference(const FixedBasis& basis, DfMethod method, double confidence, Evaluation at, Eigen::MatrixXd covariance);
+
+    /// From what Keep gave.
+    Inference(const FixedBasis& basis, DfMethod method, double confidence, FixedState state);
 
     /// Takes up the Kenward-Roger adjustment: weight is the inverse expected information (twice the inverse of
     /// Evaluation::fExpected over the free parameters), curvature is Objective::WeightedCurvature with it.
@@ -35,6 +47,7 @@ public:
     const Eigen::VectorXd& Beta() const { return fBeta; }  ///< kept columns, original parametrisation
     const Eigen::MatrixXd& Half() const { return fHalf; }  ///< R with cov(beta) = R R' (model-based)
     const Evaluation& At() const { return fAt; }
+    FixedState Keep() const { return {fBeta, fHalf, fAt.fSlopes, fThetaCovariance, fWeight, fAdjusted}; }
     /// Covariance of the kept coefficients, adjusted for Kenward-Roger.
     Eigen::MatrixXd Covariance() const;
 

@@ -36,8 +36,9 @@ double MixedContrasts::Df(const Eigen::VectorXd& direction, double variance,
     if (fModel.fSpec.fDf == DfMethod::kResidual) return fModel.Basis().TotalFrequency() - fModel.Basis().Rank();
     if (fModel.fSpec.fDf != DfMethod::kSatterthwaite) return kMissing;
     Eigen::VectorXd slope = Eigen::VectorXd::Zero(fModel.fTheta.size());
-    for (Eigen::Index k = 0; k < slope.size(); ++k) {
-        if (combined.fSlopes[k].size() > 0) slope[k] = direction.dot(combined.fSlopes[k] * direction);
+    for (std::size_t k = 0; k < combined.fSlopes.size(); ++k) {
+        const Eigen::MatrixXd& change = combined.fSlopes[k];
+        if (change.size() > 0) slope[static_cast<Eigen::Index>(k)] = direction.dot(change * direction);
     }
     const double spread = slope.dot(fModel.fThetaCovariance * slope);
     return spread > 0.0 ? 2.0 * variance * variance / spread : kMissing;

@@ -9,6 +9,7 @@
 namespace engine {
 
 struct FittedModel;
+struct RandomState;
 
 /// Predictions of random effects, and functions of fixed and random effects with the covariance of their errors.
 class RandomSource {
@@ -28,6 +29,13 @@ public:
     virtual Combination Combine(const Eigen::MatrixXd& kept, const std::vector<MixedRow>& rows, bool slopes) const = 0;
 
     virtual std::vector<SubjectPrediction> Predictions(int block) const = 0;
+
+    /// Takes from the records all that the calls above need, derivatives included: afterwards the records may go.
+    virtual void Prepare() const {}
+    /// What is known in a form of its own. Errors and derivatives are left out where they are too many to hold.
+    virtual RandomState Keep() const = 0;
+    /// Whether errors are known at all.
+    virtual bool HasErrors() const { return true; }
 };
 
 /// For a problem by subjects: reads the records once, and again for derivatives, which are central differences.

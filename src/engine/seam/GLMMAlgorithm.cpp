@@ -9,10 +9,12 @@
 #include "engine/seam/ModelBuilder.h"
 #include "engine/seam/ResultWriter.h"
 #include "engine/seam/Scorer.h"
+#include "engine/seam/StoredModel.h"
 #include "run/RunValue.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <new>
 #include <optional>
 #include <sstream>
@@ -30,6 +32,7 @@ struct KeptModel : run::FittedModel {
     ModelSpec fSpec;
     FitResult fFit;
     std::shared_ptr<const WorkingModel> fGeneralized;  ///< null for a linear mixed model
+    TargetSpec fTarget;                                ///< of a generalized model
     RecordSummary fSummary;
     MeansResults fMeans;
 };
@@ -37,6 +40,23 @@ struct KeptModel : run::FittedModel {
 }  // namespace
 
 }  // namespace engine
+
+namespace {
+
+/// The fitted values of the records. Some targets are fitted to records that stand as often as their frequency says.
+engine::FittedRecord FittedOf(const engine::GlmmResult& fitted, const engine::ModelSpec& spec,
+                              const engine::RecordView& records) {
+    if (fitted.fFitted.size() == records.fCount) return [&fitted](std::size_t i) { return fitted.fFitted[i]; };
+    std::vector<std::size_t> first;
+    std::size_t next = 0;
+    for (std::size_t i = 0; i < records.fCount; ++i) {
+        first.push_back(next);
+        next += spec.fFrequencyWeight < 0 ? 1 : std::lround(records.Row(i)[spec.fFrequencyWeight]);
+    }
+    return [&fitted, first](std::size_t i) { return fitted.fFitted[std::min(first[i], fitted.fFitted.size() - 1)]; };
+}
+
+}  // namespace
 
 struct GLMMAlgorithm::Impl {
     Impl(GLMMSettings const& settings, MCVarList const& variables)
@@ -49,7 +69,8 @@ struct GLMMAlgorithm::Impl {
     MCStatus Fit(MultiPassRecordIter& data);
     MCStatus StreamStatus(std::ostream& stream);
     MCStatus TakeKeptModel();
-    void Keep(engine::ModelSpec spec, engine::GlmmResult result, const engine::RecordView& records);
+    void Keep(engine::ModelSpec spec, engine::GlmmResult result, engine::TargetSpec target,
+              const engine::RecordView& records);
     void LeaveDocuments();
     void AddMeans(engine::KeptModel& model, const engine::RecordView& records);
     engine::DocumentSource Documents() const;
@@ -89,9 +110,9 @@ MCStatus GLMMAlgorithm::Impl::Fit(MultiPassRecordIter& data) {
     if (engine::IsGeneralized(fpRun)) {
         const engine::TargetSpec target = engine::BuildTargetSpec(spec, fVariables, *fpRun);
         spec.fResidual.fUnitScale = engine::HoldsScale(spec, target);
-        Keep(spec, engine::FitGlmm(spec, target, records), records);
+        Keep(spec, engine::FitGlmm(spec, target, records), target, records);
     } else {
-        Keep(spec, {engine::FitLmm(spec, records), nullptr, {}}, records);
+        Keep(spec, {engine::FitLmm(spec, records), nullptr, {}}, {}, records);
     }
     return fStatus;
 }
@@ -111,7 +132,8 @@ MCStatus GLMMAlgorithm::Impl::TakeKeptModel() {
     return fStatus;
 }
 
-void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted, const engine::RecordView& records) {
+void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted, engine::TargetSpec target,
+                               const engine::RecordView& records) {
     engine::FitResult& fit = fitted.fFit;
     fStatus = engine::ConvertStatus(fit.fStatus);
     fvWarnings.clear();
@@ -128,13 +150,17 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted
     fStats = engine::MakeOutputStats(fit, spec, fSettings);
     auto model = std::make_shared<engine::KeptModel>();
     if (WantsDocuments()) {
-        model->fSummary = engine::SummariseRecords(
-            fit, spec, records, fitted.fModel ? fitted.fFitted : engine::LinearPredictors(fit, spec, records));
+        const engine::FittedRecord prediction =
+            fitted.fModel ? FittedOf(fitted, spec, records) : engine::LinearPredictor(fit, spec, records);
+        model->fSummary = engine::SummariseRecords(fit, spec, fitted.fModel ? &target : nullptr, records, prediction);
     }
     model->fSpec = std::move(spec);
     model->fFit = std::move(fit);
     model->fGeneralized = std::move(fitted.fModel);
+    model->fTarget = std::move(target);
     AddMeans(*model, records);
+    // Scoring and files come when the records may be gone.
+    if (!fvScoreTypes.empty() || (fpRun && fpRun->fWishes.fFiles)) model->fFit.KeepPredictions();
     fpModel = model;
     if (!fpRun) return;
     fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
@@ -161,13 +187,8 @@ bool GLMMAlgorithm::Impl::WantsDocuments() const {
 }
 
 engine::DocumentSource GLMMAlgorithm::Impl::Documents() const {
-    return {fpModel->fFit,
-            fpModel->fSpec,
-            fVariables,
-            fpRun ? *fpRun : fNoRun,
-            fpModel->fSummary,
-            fpModel->fMeans,
-            fpModel->fGeneralized.get()};
+    return {fpModel->fFit,     fpModel->fSpec,  fVariables,       fpRun ? *fpRun : fNoRun,
+            fpModel->fSummary, fpModel->fMeans, fpModel->fTarget, fpModel->fGeneralized.get()};
 }
 
 /// The second half of the system is called back with these.
@@ -222,8 +243,15 @@ MCStatus GLMMAlgorithm::Score(Record const& record, std::vector<double>& scores,
 MCStatus GLMMAlgorithm::ExportModel(std::ostream& stream, MCApplicInfo4XML* application) {
     if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
     const MCApplicInfo4XML info = application ? *application : MCApplicInfo4XML();
-    const bool parameters = fpImpl->fpRun && fpImpl->fpRun->fParameterFile;
-    (parameters ? engine::WriteParameterFile : engine::WritePmml)(fpImpl->Documents(), info, stream);
+    engine::DocumentSource source = fpImpl->Documents();
+    if (fpImpl->fpRun && fpImpl->fpRun->fParameterFile) {
+        engine::WriteParameterFile(source, info, stream);
+        return fpImpl->StreamStatus(stream);
+    }
+    const engine::ScoringContent scoring = engine::MakeScoringContent(source.fFit, source.fSpec, source.fGeneralized,
+                                                                      source.fTarget, source.fVariables, source.fRun);
+    source.fpScoring = &scoring;
+    engine::WritePmml(source, info, stream);
     return fpImpl->StreamStatus(stream);
 }
 

@@ -71,7 +71,7 @@ std::vector<double> ScoreRecord(const ScoreSource& source, const std::vector<Sco
         }
         scores.push_back(std::isnan(score) ? MCMV::Missing() : score);
     }
-    if (source.fGeneralized && !predictions.Whole().fProbabilities.empty()) {
+    if (probabilities && source.fGeneralized && !predictions.Whole().fProbabilities.empty()) {
         probabilities->push_back(predictions.Whole().fProbabilities);
     }
     return scores;

@@ -16,7 +16,7 @@ struct ScoreSource {
 };
 
 /// Scores of a record on the scale of the target, one a score type. A score that does not exist is the system's missing
-/// value. probabilities gets one list, of the target's categories by code, when it has categories.
+/// value. probabilities, unless null, gets one list, of the target's categories by code, when it has categories.
 std::vector<double> ScoreRecord(const ScoreSource& source, const std::vector<ScoreType>& types, const double* record,
                                 std::vector<std::vector<double>>* probabilities);
 

@@ -77,6 +77,7 @@ QVTA_Variable& QVTA_DataSourceImpl::Make(int type, unsigned& index) {
 
 void QVTA_DataSourceImpl::SetCell(int variable, std::uint64_t inputRow, double value) {
     const int made = variable - fTable->VariableCount();
+    if (value == std::numeric_limits<double>::lowest()) value = std::numeric_limits<double>::quiet_NaN();
     if (made >= 0 && made < static_cast<int>(fSaved.size())) fSaved[made].Set(inputRow, value);
 }
 

@@ -50,7 +50,7 @@ public:
     /// Columns that the run has made, in the order of their variables behind the table's.
     std::size_t SavedCount() const { return fSaved.size(); }
     const host::SavedColumn& Saved(std::size_t index) const { return fSaved[index]; }
-    /// Stores into a made column; a variable of the table is left alone.
+    /// Stores into a made column, the system's missing value as NaN; a variable of the table is left alone.
     void SetCell(int variable, std::uint64_t inputRow, double value);
 
 private:

@@ -66,6 +66,8 @@ public:
         setup.fSeparator = scanner.Separator();
         if (!SettleSpecials() || !Backfill(setup) || !FinishVariables()) return *fError;
         fContent.fSource = fFile;
+        fContent.fSeparator = scanner.Separator();
+        fContent.fDecimalComma = fOptions.fDecimalComma;
         return std::move(fContent);
     }
 

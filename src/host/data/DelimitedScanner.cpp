@@ -167,6 +167,8 @@ bool DelimitedScanner::ReadHeader(std::vector<std::string>& names) {
             if (!Fill()) return false;
             continue;
         }
+        fCarriageReturns = at - fAt >= 2 && at[-2] == '\r';
+        fRawHeader.assign(fAt, at - (fCarriageReturns ? 2 : 1));
         fAt = at;
         const long line = fLine;
         fLine += 1 + fQuotedLines;
@@ -181,23 +183,37 @@ bool DelimitedScanner::ReadHeader(std::vector<std::string>& names) {
     }
 }
 
-bool DelimitedScanner::ReadRows(std::uint64_t maxRows, const std::function<bool(std::size_t)>& blockDone) {
+// Parses one record, passing over blank lines. Incomplete stands for the end of the file too; fError tells.
+DelimitedScanner::Step DelimitedScanner::NextRecord() {
     const bool several = fSinks.size() > 1;
-    while (fRows < maxRows) {
-        if (fAt == fLimit) {
-            if (!Fill()) break;
-        }
+    for (;;) {
+        if (fAt == fLimit && !Fill()) return Step::kIncomplete;
         if (several && (*fAt == '\n' || (*fAt == '\r' && fAt[1] == '\n'))) {
             fAt += *fAt == '\r' ? 2 : 1;
             ++fLine;
             continue;
         }
+        fRecordStart = fAt;
         const Step step = ParseRecord();
+        if (step != Step::kIncomplete) return step;
+        if (!Fill()) return Step::kIncomplete;
+    }
+}
+
+bool DelimitedScanner::NextRaw(std::string_view& record) {
+    if (NextRecord() != Step::kDone) return false;
+    ++fRows;
+    const char* end = fAt - 1;
+    if (end > fRecordStart && end[-1] == '\r') --end;
+    record = std::string_view(fRecordStart, static_cast<std::size_t>(end - fRecordStart));
+    return true;
+}
+
+bool DelimitedScanner::ReadRows(std::uint64_t maxRows, const std::function<bool(std::size_t)>& blockDone) {
+    while (fRows < maxRows) {
+        const Step step = NextRecord();
         if (step == Step::kFailed) return false;
-        if (step == Step::kIncomplete) {
-            if (!Fill()) break;
-            continue;
-        }
+        if (step == Step::kIncomplete) break;
         ++fRows;
         if (++fInBlock == fSetup.fBlockRows) {
             if (!blockDone(fInBlock)) return false;
@@ -360,6 +376,7 @@ bool DelimitedScanner::StoreNumberText(CellSink& sink, std::string_view text) {
         value = kNaN;
     } else if (std::find(sink.fMissing.begin(), sink.fMissing.end(), trimmed) != sink.fMissing.end()) {
         sink.fAnyContent = true;
+        value = kNaN;  // the text may begin like a number
     } else if (reading == NumberReading::kSpecial) {
         sink.fAnyContent = true;
         value = kNaN;

@@ -60,6 +60,13 @@ public:
     /// and once more with a last, shorter block; it gives false to stop.
     bool ReadRows(std::uint64_t maxRows, const std::function<bool(std::size_t)>& blockDone);
 
+    /// The header as it stands, without its line end, and that line end.
+    const std::string& RawHeader() const { return fRawHeader; }
+    const char* LineEnd() const { return fCarriageReturns ? "\r\n" : "\n"; }
+    /// The next record as it stands, without its line end, good until the next call; false at the end or at an error.
+    /// The sinks skip all columns.
+    bool NextRaw(std::string_view& record);
+
     std::uint64_t RowCount() const { return fRows; }
     const std::optional<DataError>& Error() const { return fError; }
 
@@ -67,6 +74,7 @@ private:
     enum class Step { kDone, kIncomplete, kFailed };
 
     bool Fill();
+    Step NextRecord();
     Step ParseRecord();
     bool ScanNumber(const char*& at, CellSink& sink, double& value) const;
     Step TakeField(const char*& at, std::string_view& text);
@@ -80,7 +88,8 @@ private:
     Setup fSetup;
     std::vector<CellSink>& fSinks;
     std::vector<char> fBuffer;
-    const char* fAt = nullptr;     ///< next byte
+    const char* fAt = nullptr;  ///< next byte
+    const char* fRecordStart = nullptr;
     const char* fLimit = nullptr;  ///< behind the last byte; a line feed stands before it
     std::uint64_t fOffset = 0;     ///< of the next byte to read from the file
     std::size_t fCarry = 0;        ///< bytes behind fLimit that are already read
@@ -90,6 +99,8 @@ private:
     std::uint64_t fRows = 0;
     std::size_t fInBlock = 0;
     std::string fUnquoted;
+    std::string fRawHeader;
+    bool fCarriageReturns = false;
     std::optional<DataError> fError;
 };
 

@@ -51,6 +51,8 @@ struct TableContent {
     std::vector<int> fSplitBy;
     std::vector<SplitRange> fSplits;
     std::string fSource;
+    char fSeparator = ',';       ///< of the source file
+    bool fDecimalComma = false;  ///< of the source file
     std::vector<std::string> fRemarks;
 
     explicit TableContent(const ScratchPlace& place = {}) : fStore(place) {}
@@ -97,6 +99,8 @@ public:
     const std::vector<SplitRange>& Splits() const { return fContent.fSplits; }
 
     const std::string& Source() const { return fContent.fSource; }  ///< the file as named; empty if made in memory
+    char Separator() const { return fContent.fSeparator; }          ///< of the source file's fields
+    bool DecimalComma() const { return fContent.fDecimalComma; }
     /// Sentences about what was read in a way that may surprise; none is an error.
     const std::vector<std::string>& Remarks() const { return fContent.fRemarks; }
 

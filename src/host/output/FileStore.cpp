@@ -91,7 +91,9 @@ void ExtNameStr::SetGeneric(const std::string& name) {
     fName = name;
 }
 
+/// A walk that only scores has no files of its own.
 void ExtNameStr::Open(std::ofstream& stream, int) {
+    if (run::Current() && run::Current()->fScoring) return;
     if (run::Current()) run::Current()->fStreamFailed = false;
     stream.open(host::FileStore::Instance().Begin(fName), std::ios::out | std::ios::trunc | std::ios::binary);
     if (!stream.is_open()) host::FileStore::Instance().Refuse(fName, errno);
@@ -103,6 +105,7 @@ AccessValue ExtNameStr::Access(AccessType) const {
 }
 
 void ExtNameStr::remove() {
+    if (run::Current() && run::Current()->fScoring) return;
     host::FileStore::Instance().Remove(fName);
 }
 
