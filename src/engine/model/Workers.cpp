@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <system_error>
 
 namespace engine {
 
@@ -17,8 +18,12 @@ Workers::~Workers() {
 }
 
 void Workers::Start() {
-    for (int i = 1; i < fThreads; ++i)
-        fCrew.emplace_back([this](std::stop_token stop) { Serve(stop); });
+    try {
+        for (int i = 1; i < fThreads; ++i)
+            fCrew.emplace_back([this](std::stop_token stop) { Serve(stop); });
+    } catch (const std::system_error&) {
+        // The machine has no more threads to give: those there are do the work, with the same result.
+    }
 }
 
 void Workers::Drain() {
