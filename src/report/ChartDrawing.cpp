@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -25,6 +26,8 @@ constexpr std::size_t kMostMarks = 2000;  ///< of one source
 constexpr std::size_t kMostPanels = 36;
 constexpr std::size_t kManyLevels = 12;  ///< labels along the axis stand upright from here on
 constexpr double kPointSize = 70;
+constexpr double kLetterWidth = 7.5;  ///< of labels, about
+constexpr double kLeastNodeStep = 9;  ///< pixels between nodes that have a label each
 
 /// A palette that readers with any colour vision tell apart (Okabe and Ito, Color Universal Design, 2008), its yellow
 /// and black exchanged for tones that show on white and on black.
@@ -75,6 +78,14 @@ private:
     std::vector<Datum> fvOrder;
 };
 
+/// Letters of the longest text of a field.
+double LongestText(const Levels& levels) {
+    int longest = 0;
+    for (const Datum& value : levels.Order())
+        longest = std::max(longest, DisplayWidth(levels.Text(value)));
+    return longest;
+}
+
 /// Digits behind the point on an axis: those of the format, or more where the range is narrower than they show.
 std::string AxisFormat(const output::ChartField* field, double range) {
     if (!field || !field->fFormat || field->fFormat->fType != kFormatNumeric) return {};
@@ -117,6 +128,7 @@ public:
     }
 
     std::string fNote;
+    bool fDrawn = false;  ///< something is there to draw
 
 private:
     struct Panel {
@@ -186,7 +198,6 @@ private:
         std::size_t fRow;
         bool fCategorical;
         std::shared_ptr<Levels> fpLevels;
-        double fLeast = 0.0, fMost = 0.0;
     };
 
     struct Rows {
@@ -227,7 +238,6 @@ private:
         }
         Column column{fmt::format("v{}", fColumns++), field, row, IsCategorical(*rows.fpSource, field), nullptr};
         if (column.fCategorical) column.fpLevels = std::make_shared<Levels>(*rows.fpSource, field);
-        bool any = false;
         for (std::size_t c = 0; c < rows.fvCases.size(); ++c) {
             const Datum& value = rows.fpSource->At(rows.fvCases[c] + row, field);
             if (output::IsUnset(value)) continue;
@@ -236,9 +246,6 @@ private:
                 json[column.fKey] = column.fpLevels->Text(value);
             } else if (const double number = std::get<double>(value); std::isfinite(number)) {
                 json[column.fKey] = number;
-                column.fLeast = any ? std::min(column.fLeast, number) : number;
-                column.fMost = any ? std::max(column.fMost, number) : number;
-                any = true;
             }
         }
         rows.fvColumns.push_back(std::move(column));
@@ -274,19 +281,39 @@ private:
         return tooltip;
     }
 
-    Json AxisJson(const std::string& along, const output::ChartField* field, double range, std::size_t levels) const {
+    /// How far the numbers along an axis reach, over all layers.
+    double AxisRange(const std::string& along) const {
+        double least = std::numeric_limits<double>::infinity(), most = -least;
+        for (const ChartLayer& layer : fChart.fvLayers) {
+            const ChartSource* source = fChart.Source(layer.fSource);
+            for (const ChartChannel& channel : layer.fvChannels) {
+                if (!source || (channel.fRole != along && channel.fRole != along + "2")) continue;
+                for (std::size_t row = 0; row < source->fvRows.size(); ++row) {
+                    const auto* number = std::get_if<double>(&source->At(row, source->Find(channel.fField)));
+                    if (!number || !std::isfinite(*number)) continue;
+                    least = std::min(least, *number);
+                    most = std::max(most, *number);
+                }
+            }
+        }
+        return most > least ? most - least : 0.0;
+    }
+
+    Json AxisJson(const std::string& along, const output::ChartField* field, const Levels* levelsOrNull) const {
+        const std::size_t levels = levelsOrNull ? levelsOrNull->Size() : 0;
         const output::ChartAxis* axis = fChart.Axis(along);
         if (fChart.fDiagram || (axis && !axis->fVisible)) return nullptr;
         Json json{{"title", axis && !axis->fTitle.empty() ? Json(Clean(axis->fTitle)) : Json(nullptr)}};
         json["labelLimit"] = along == "x" && levels > kManyLevels ? 110 : 160;
-        if (const std::string format = levels > 0 ? "" : AxisFormat(field, range); !format.empty())
+        if (const std::string format = levels > 0 ? "" : AxisFormat(field, AxisRange(along)); !format.empty())
             json["format"] = format;
         if (along == "x" && levels > 0) {
-            json["labelAngle"] = levels > kManyLevels ? -60 : levels > 5 ? -35 : 0;
+            const bool tight = LongestText(*levelsOrNull) * kLetterWidth * levels > Width();
+            json["labelAngle"] = levels > kManyLevels ? -60 : tight ? -35 : 0;
             json["labelOverlap"] = levels > kManyLevels ? Json("greedy") : Json(false);
             json["grid"] = false;
         }
-        if (along == "y") json["titleLimit"] = 260;
+        json["titleLimit"] = along == "y" ? Height() : std::max(Width(), 160.0);
         return json;
     }
 
@@ -303,8 +330,7 @@ private:
                 json["scale"]["domain"] = {*axis->fMin, *axis->fMax};
             if (fChart.fDiagram) json["scale"]["domain"] = DiagramDomain(along);
         }
-        json["axis"] =
-            AxisJson(along, &field, column.fMost - column.fLeast, column.fCategorical ? column.fpLevels->Size() : 0);
+        json["axis"] = AxisJson(along, &field, column.fpLevels.get());
         return json;
     }
 
@@ -423,6 +449,9 @@ private:
     void WriteLayer(const ChartLayer& layer, Json& layers) {
         const ChartSource* source = fChart.Source(layer.fSource);
         if (!source || source->fvRows.empty() || !layer.Channel("x") || !layer.Channel("y")) return;
+        // Nodes that stand too close for labels say what they are on touch.
+        if (layer.fPlace == "before" && NodeStep() < kLeastNodeStep) return;
+        fDrawn = true;
         Rows& rows = RowsOf(*source);
         Json json{{"transform", Json::array({{{"filter", fmt::format("datum.s === {}", rows.fNumber)}}})}};
         json["mark"] = MarkJson(layer, fChart.fDiagram);
@@ -480,10 +509,12 @@ private:
         if (const ChartChannel* channel = layer.Channel("size")) {
             const Column& column = ColumnOf(rows, channel->fField, channel->fRow);
             json["mark"].erase("strokeWidth");
-            encoding["strokeWidth"] = {{"field", column.fKey},
-                                       {"type", "quantitative"},
-                                       {"scale", {{"domain", {1, 9}}, {"range", {1.2, 10}}}},
-                                       {"legend", nullptr}};
+            encoding["strokeWidth"] = {
+                {"field", column.fKey},
+                {"type", "quantitative"},
+                {"scale",
+                 {{"domain", {1, 9}}, {"range", {std::min(1.2, NodeStep() / 4), std::min(10.0, NodeStep() / 2)}}}},
+                {"legend", nullptr}};
         }
         if (const ChartChannel* channel = layer.Channel("shape")) {
             const Column& column = ColumnOf(rows, channel->fField, channel->fRow);
@@ -583,7 +614,14 @@ private:
         if (!fvPanels.empty()) return fChart.fDiagram ? 250 : 190;
         if (!fChart.fDiagram) return fChart.Legend("opacity") ? 340 : 280;
         const output::ChartAxis* y = fChart.Axis("y");
-        return y && y->fMax ? std::clamp(60.0 + 32.0 * *y->fMax, 150.0, 560.0) : 380;
+        return y && y->fMax ? 60.0 + NodeStep() * std::max(3.0, *y->fMax) : 380;
+    }
+
+    /// Pixels between the nodes of an arc: the more nodes, the closer.
+    double NodeStep() const {
+        const output::ChartAxis* y = fChart.Axis("y");
+        const double nodes = y && y->fMax ? std::max(1.0, *y->fMax) : 1.0;
+        return std::clamp(1200.0 / nodes, 1.0, nodes > 16 ? std::max(14.0, 500.0 / nodes) : 32.0);
     }
 
     const ChartModel& fChart;
@@ -654,6 +692,7 @@ Json Config() {
 ChartDrawing DrawChart(const ChartModel& chart, const host::Catalogue& strings) {
     Drawing main(chart, strings, false);
     Json view = main.Write();
+    if (!main.fDrawn && !chart.fpInset) return {{}, "There is nothing to draw: all values are missing."};
     Json document{{"$schema", "https://vega.github.io/schema/vega-lite/v6.json"}};
     document["description"] = Clean(ChartSummary(chart));
     document["title"] = {{"text", Clean(chart.fTitle)}};
@@ -662,7 +701,9 @@ ChartDrawing DrawChart(const ChartModel& chart, const host::Catalogue& strings) 
     document["padding"] = 4;
     if (chart.fpInset) {
         Drawing inset(*chart.fpInset, strings, true);
-        document["hconcat"] = Json::array({std::move(view), inset.Write()});
+        document["hconcat"] = Json::array();
+        if (main.fDrawn) document["hconcat"].push_back(std::move(view));
+        document["hconcat"].push_back(inset.Write());
         document["resolve"] = {{"scale",
                                 {{"color", "independent"},
                                  {"strokeDash", "independent"},
@@ -685,8 +726,9 @@ std::vector<ChartFile> ChartFiles(const host::OutputDocument& document, const Se
         item.fpBlock->Visit(list);
     std::vector<ChartFile> files;
     for (const ChartModel* chart : list.fvCharts) {
-        files.push_back({fmt::format("{:02}-{}.vl.json", files.size() + 1, FileStem(chart->fTitle)),
-                         DrawChart(*chart, strings).fDocument + "\n"});
+        const std::string text = DrawChart(*chart, strings).fDocument;
+        if (text.empty()) continue;
+        files.push_back({fmt::format("{:02}-{}.vl.json", files.size() + 1, FileStem(chart->fTitle)), text + "\n"});
     }
     return files;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/output/ChartModel.h"
-#include "report/Outline.h"
 #include "host/strings/Catalogue.h"
+#include "report/Outline.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +11,7 @@ namespace report {
 
 /// A chart as a Vega-Lite document, and what the picture leaves out.
 struct ChartDrawing {
-    std::string fDocument;  ///< JSON, schema Vega-Lite 6; colours are the light theme's
+    std::string fDocument;  ///< JSON, schema Vega-Lite 6; colours are the light theme's. Empty: nothing to draw
     std::string fNote;      ///< empty, or that not all marks are drawn
 };
 

@@ -87,13 +87,16 @@ public:
         const ChartDrawing drawing = DrawChart(model, fStrings);
         const std::string id = NextId();
         AddEntry(id, Clean(model.fTitle), "chart");
-        fHasCharts = true;
+        fHasCharts |= !drawing.fDocument.empty();
         fBody += fmt::format("<figure class=\"block chart\" id=\"{}\">\n<figcaption>{}", id, Escaped(model.fTitle));
         if (!model.fSubtitle.empty()) fBody += "<span class=\"note\">" + Escaped(model.fSubtitle) + "</span>";
-        fBody += fmt::format("</figcaption>\n<div class=\"drawing\" role=\"img\" aria-label=\"{}\"></div>\n",
-                             Escaped(ChartSummary(model)));
-        fBody += fmt::format("<script type=\"application/json\" class=\"drawing-data\">{}</script>\n",
-                             ScriptSafe(drawing.fDocument));
+        fBody += "</figcaption>\n";
+        if (!drawing.fDocument.empty()) {
+            fBody += fmt::format("<div class=\"drawing\" role=\"img\" aria-label=\"{}\"></div>\n",
+                                 Escaped(ChartSummary(model)));
+            fBody += fmt::format("<script type=\"application/json\" class=\"drawing-data\">{}</script>\n",
+                                 ScriptSafe(drawing.fDocument));
+        }
         std::vector<std::string> notes{model.fCaption};
         notes.insert(notes.end(), model.fvFootnotes.begin(), model.fvFootnotes.end());
         notes.push_back(drawing.fNote);

@@ -262,6 +262,33 @@ TEST(Predict, ASplitsModelKeepsToItsSplit) {
     }
 }
 
+// The joint errors of many crossed effects don't fit a file: it predicts without them, and says so.
+TEST(Predict, ManyCrossedEffectsHaveNoErrorsInAFile) {
+    const Scratch folder;
+    std::string data = "a,b,y\n";
+    for (int i = 0; i < 1500; ++i) {
+        const int a = i * 7 % 400, b = i * 11 % 300;
+        const double y = (a % 13) * 0.5 + (b % 7) * 0.25 + (i * 37 % 101) * 0.01;
+        data.append("a").append(std::to_string(a)).append(",b").append(std::to_string(b));
+        data.append(",").append(std::to_string(y)).append("\n");
+    }
+    folder.Write("d.csv", data);
+    ASSERT_EQ(RunShell("hierfit fit 'y ~ 1 + (1 | a) + (1 | b)' --data d.csv --model-out m.pmml --save s.csv --quiet",
+                       folder.Path())
+                  .fExit,
+              0);
+    const apptest::Outcome run = RunShell("hierfit predict m.pmml --data d.csv", folder.Path());
+    EXPECT_EQ(run.fExit, 0);
+    EXPECT_THAT(run.fErr, HasSubstr("has no standard errors of predictions with random effects"));
+    const Csv saved(apptest::ReadFile(folder.Path() / "s.csv"));
+    const Csv scored(run.fOut);
+    for (std::size_t i = 0; i < scored.Rows(); i += 50) {
+        EXPECT_NEAR(scored.Number(i, "PRED_1"), saved.Number(i, "PRED_1"), kReadBack * 10);
+        EXPECT_EQ(scored.Text(i, "SEPRED_1"), "");
+        EXPECT_NE(scored.Text(i, "SEFIXP_1"), "");
+    }
+}
+
 // A model file is data from outside: whatever is in it ends in one message, soon, and in bounded memory.
 TEST(Predict, RefusesHostileModelFiles) {
     const Scratch folder;

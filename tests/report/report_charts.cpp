@@ -127,8 +127,10 @@ TEST(ChartDrawing, RowsThatSayNothingAndNumbersThatAreNoneAreLeftOut) {
     const std::string mean = json["layer"][1]["encoding"]["y"]["field"];
     EXPECT_FALSE(json["data"]["values"][0].contains(mean));
     EXPECT_EQ(chart.RowTexts().size(), 2U);
-    // No rows at all: a document without layers, and no crash.
-    EXPECT_TRUE(Drawn(output::ChartModel())["layer"].empty());
+    // Nothing at all is no document, and said.
+    const auto nothing = report::DrawChart(output::ChartModel(), host::Catalogue::Current());
+    EXPECT_EQ(nothing.fDocument, "");
+    EXPECT_THAT(nothing.fNote, HasSubstr("nothing to draw"));
 }
 
 TEST(ChartDrawing, AChartIsAFileWithASafeName) {

@@ -10,7 +10,7 @@ namespace engine {
 
 namespace {
 
-constexpr Eigen::Index kMostJoint = 300;  // coefficients whose joint errors are kept
+constexpr Eigen::Index kMostJoint = 500;  // coefficients whose joint errors are kept
 
 /// A subject's coefficients within the terms of a block.
 struct CrossedSubject {

@@ -112,6 +112,11 @@
     const figure = charts.shift();
     if (!figure || !window.hierfitCharts) return;
     const data = figure.querySelector(".drawing-data");
+    if (!data) {
+      figure.classList.add("drawn");
+      next();
+      return;
+    }
     const drawing = JSON.parse(data.textContent);
     window.hierfitCharts.draw(figure.querySelector(".drawing"), drawing).then(
       function () { finishChart(figure, drawing); },
