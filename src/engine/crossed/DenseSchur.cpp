@@ -1,5 +1,6 @@
 #include "engine/crossed/SchurComplement.h"
 #include "engine/crossed/TiledCholesky.h"
+#include "engine/model/Blas.h"
 
 #include <algorithm>
 #include <cblas.h>
@@ -45,6 +46,7 @@ public:
         if (fOrder == 0 || b.cols() == 0) return;
         const int columns = static_cast<int>(b.cols());
         if (!fInverted) {
+            EnterBlas();
             for (CBLAS_TRANSPOSE side : {CblasNoTrans, CblasTrans})
                 cblas_dtrsm(CblasColMajor, CblasLeft, CblasLower, side, CblasNonUnit, fOrder, columns, 1.0, fMap.data(),
                             fOrder, b.data(), fOrder);

@@ -1,5 +1,6 @@
 #include "engine/crossed/TiledCholesky.h"
 
+#include "engine/model/Blas.h"
 #include "engine/model/Share.h"
 
 #include <algorithm>
@@ -31,13 +32,12 @@ private:
     int fSize;
 };
 
-/// The threads are ours; the linear algebra library is to add none of its own.
-void HoldLibraryToOneThread() {
-    static const bool done = [] {
-        openblas_set_num_threads(1);
-        return true;
-    }();
-    static_cast<void>(done);
+/// Chunks that call the linear algebra library.
+void ShareCalls(Workers* crew, int chunks, const std::function<void(int)>& work) {
+    Share(crew, chunks, [&work](int chunk) {
+        EnterBlas();
+        work(chunk);
+    });
 }
 
 /// Column panel of L^-1: below the diagonal tile, -(L22^-1 L21) L11^-1, with L22^-1 already in place.
@@ -49,7 +49,7 @@ void InvertPanel(const Tiles& tiles, int j, std::vector<double>& copy, Workers* 
         std::copy_n(tiles.Below(j) + static_cast<std::size_t>(c) * ld, rows,
                     copy.data() + static_cast<std::size_t>(c) * rows);
     const int first = j + 1;
-    Share(crew, tiles.Count() - first, [&](int chunk) {
+    ShareCalls(crew, tiles.Count() - first, [&](int chunk) {
         // The longest rows first.
         const int i = tiles.Count() - 1 - chunk;
         const int height = tiles.Width(i), before = tiles.Begin(i) - tiles.Begin(first);
@@ -67,19 +67,19 @@ void InvertPanel(const Tiles& tiles, int j, std::vector<double>& copy, Workers* 
 }  // namespace
 
 bool TiledFactor(double* s, int n, Workers* crew) {
-    HoldLibraryToOneThread();
+    EnterBlas();
     const Tiles tiles(s, n);
     const int ld = tiles.Stride(), count = tiles.Count();
     for (int k = 0; k < count; ++k) {
         const int width = tiles.Width(k);
         if (LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', width, tiles.At(k, k), ld) != 0) return false;
         const int below = count - k - 1;
-        Share(crew, below, [&](int chunk) {
+        ShareCalls(crew, below, [&](int chunk) {
             const int i = k + 1 + chunk;
             cblas_dtrsm(CblasColMajor, CblasRight, CblasLower, CblasTrans, CblasNonUnit, tiles.Width(i), width, 1.0,
                         tiles.At(k, k), ld, tiles.At(i, k), ld);
         });
-        Share(crew, below, [&](int chunk) {
+        ShareCalls(crew, below, [&](int chunk) {
             const int j = k + 1 + chunk;
             cblas_dsyrk(CblasColMajor, CblasLower, CblasNoTrans, tiles.Width(j), width, -1.0, tiles.At(j, k), ld, 1.0,
                         tiles.At(j, j), ld);
@@ -92,7 +92,7 @@ bool TiledFactor(double* s, int n, Workers* crew) {
 }
 
 void TiledInvert(double* l, int n, Workers* crew) {
-    HoldLibraryToOneThread();
+    EnterBlas();
     const Tiles tiles(l, n);
     const int ld = tiles.Stride();
     std::vector<double> copy;
@@ -101,7 +101,7 @@ void TiledInvert(double* l, int n, Workers* crew) {
     // Row i of W'W needs W's rows from i on: those before may be overwritten.
     for (int i = 0; i < tiles.Count(); ++i) {
         const int width = tiles.Width(i), rows = tiles.After(i);
-        Share(crew, i, [&](int j) {
+        ShareCalls(crew, i, [&](int j) {
             double* out = tiles.At(i, j);
             cblas_dtrmm(CblasColMajor, CblasLeft, CblasLower, CblasTrans, CblasNonUnit, width, tiles.Width(j), 1.0,
                         tiles.At(i, i), ld, out, ld);
@@ -117,9 +117,9 @@ void TiledInvert(double* l, int n, Workers* crew) {
 }
 
 void TiledMultiply(const double* s, int n, const double* b, int columns, double* c, Workers* crew) {
-    HoldLibraryToOneThread();
+    EnterBlas();
     constexpr int kPanel = 256;
-    Share(crew, (columns + kPanel - 1) / kPanel, [&](int chunk) {
+    ShareCalls(crew, (columns + kPanel - 1) / kPanel, [&](int chunk) {
         const std::size_t at = static_cast<std::size_t>(chunk) * kPanel * n;
         cblas_dsymm(CblasColMajor, CblasLeft, CblasLower, n, std::min(kPanel, columns - chunk * kPanel), 1.0, s, n,
                     b + at, n, 0.0, c + at, n);

@@ -1,6 +1,7 @@
 #include "engine/lmm/DenseKernels.h"
 
 #include "engine/crossed/TiledCholesky.h"
+#include "engine/model/Blas.h"
 
 #include <cblas.h>
 #include <cmath>
@@ -13,17 +14,12 @@ namespace {
 constexpr Eigen::Index kTuned = 96;    // order from which the library's packing pays
 constexpr Eigen::Index kShared = 512;  // order from which there are tiles for several threads
 
-// The library's own threads would change the last bits with their number.
-[[maybe_unused]] const bool kOneThread = [] {
-    openblas_set_num_threads(1);
-    return true;
-}();
-
 }  // namespace
 
 bool FactorInPlace(Eigen::MatrixXd& matrix, Workers* crew) {
     const Eigen::Index n = matrix.rows();
     if (n >= kTuned) {
+        EnterBlas();
         const auto order = static_cast<lapack_int>(n);
         const bool done = n >= kShared ? TiledFactor(matrix.data(), order, crew)
                                        : LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', order, matrix.data(), order) == 0;
@@ -55,6 +51,7 @@ bool FactorInPlace(Eigen::MatrixXd& matrix, Workers* crew) {
 void InverseFromFactor(const Eigen::MatrixXd& factor, Eigen::MatrixXd& inverse, Workers* crew) {
     const Eigen::Index n = factor.rows();
     if (n >= kTuned) {
+        EnterBlas();
         inverse = factor;
         const auto order = static_cast<lapack_int>(n);
         if (n >= kShared) {
@@ -85,6 +82,7 @@ void Multiply(const Eigen::MatrixXd& left, const Eigen::MatrixXd& right, Eigen::
         }
         return;
     }
+    EnterBlas();
     cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, static_cast<int>(left.rows()),
                 static_cast<int>(right.cols()), static_cast<int>(left.cols()), 1.0, left.data(),
                 static_cast<int>(left.rows()), right.data(), static_cast<int>(right.rows()), 0.0, out.data(),
@@ -103,6 +101,7 @@ void SolveLower(const Eigen::MatrixXd& factor, Eigen::MatrixXd& right) {
         factor.triangularView<Eigen::Lower>().solveInPlace(right);
         return;
     }
+    EnterBlas();
     cblas_dtrsm(CblasColMajor, CblasLeft, CblasLower, CblasNoTrans, CblasNonUnit, static_cast<int>(right.rows()),
                 static_cast<int>(right.cols()), 1.0, factor.data(), static_cast<int>(factor.rows()), right.data(),
                 static_cast<int>(right.rows()));
