@@ -41,6 +41,15 @@ TEST(DataSchema, GivesColumnsTheirMeaning) {
     EXPECT_THAT(Texts(table, "code"), ElementsAre("007", "7", "8", ""));
 }
 
+TEST(DataSchema, MissingTextsMayBeginLikeNumbers) {
+    const Folder folder;
+    host::DataOptions options;
+    options.fMissing = {"9 or so"};
+    const auto table = host::OpenDataFile(folder.Write("d.csv", "x\n1\n9 or so\n3\n"), options);
+    ASSERT_TRUE(table);
+    EXPECT_THAT(Numbers(**table, "x"), ElementsAre(1, IsNan(), 3));
+}
+
 TEST(DataSchema, RefusesWhatItCannotMean) {
     const auto refusal = [](const std::string& schema, const std::string& data = "a,b\n1,2\n") {
         const Folder folder;

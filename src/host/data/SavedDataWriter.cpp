@@ -119,7 +119,7 @@ std::optional<DataError> WriteWithColumns(const Table& table, const std::vector<
                                           const std::string& file) {
     if (file.empty()) {
         errno = 0;
-        const std::optional<DataError> error = Copy(table, columns, std::cout);
+        std::optional<DataError> error = Copy(table, columns, std::cout);
         if (error) return error;
         if (std::cout.flush() || errno == EPIPE) return std::nullopt;
         return DataError{std::string("the results can't be written: ") + std::strerror(errno), {}, 0, {}};
