@@ -57,19 +57,13 @@ void NewtonSolver::MarkHeld(const Eigen::VectorXd& theta, const Evaluation& at, 
     const Eigen::Index m = theta.size();
     outcome->fHeld.assign(m, 0);
     outcome->fAtBound.assign(m, 0);
-    double largest = 0.0;
-    for (Eigen::Index k = 0; k < m; ++k)
-        largest = std::max(largest, at.fExpected(k, k) * theta[k] * theta[k]);
     for (Eigen::Index k = 0; k < m; ++k) {
         const ParamInfo& info = fLayout.Info(static_cast<int>(k), ThetaScale::kWorking);
-        if (info.fFixed) {
-            outcome->fHeld[k] = 1;
-        } else if ((theta[k] <= info.fLower && at.fGradient[k] >= 0.0) ||
-                   (theta[k] >= info.fUpper && at.fGradient[k] <= 0.0)) {
-            outcome->fHeld[k] = outcome->fAtBound[k] = 1;
-        } else if (at.fExpected(k, k) == 0.0 && at.fGradient[k] == 0.0 && at.fObserved(k, k) == 0.0) {
-            outcome->fHeld[k] = 1;
-        }
+        const bool pressed =
+            (theta[k] <= info.fLower && at.fGradient[k] >= 0.0) || (theta[k] >= info.fUpper && at.fGradient[k] <= 0.0);
+        const bool idle = at.fExpected(k, k) == 0.0 && at.fGradient[k] == 0.0 && at.fObserved(k, k) == 0.0;
+        outcome->fAtBound[k] = !info.fFixed && pressed;
+        outcome->fHeld[k] = info.fFixed || pressed || idle;
     }
 }
 

@@ -20,7 +20,7 @@ Workers::~Workers() {
 void Workers::Start() {
     try {
         for (int i = 1; i < fThreads; ++i)
-            fCrew.emplace_back([this](std::stop_token stop) { Serve(stop); });
+            fCrew.emplace_back([this](const std::stop_token& stop) { Serve(stop); });
     } catch (const std::system_error&) {
         // The machine has no more threads to give: those there are do the work, with the same result.
     }
@@ -31,7 +31,7 @@ void Workers::Drain() {
         (*fWork)(chunk);
 }
 
-void Workers::Serve(std::stop_token stop) {
+void Workers::Serve(const std::stop_token& stop) {
     long seen = 0;
     for (;;) {
         {

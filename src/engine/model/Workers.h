@@ -26,7 +26,7 @@ public:
 
 private:
     void Start();
-    void Serve(std::stop_token stop);
+    void Serve(const std::stop_token& stop);
     void Drain();
 
     int fThreads;
