@@ -431,7 +431,7 @@ private:
             case ChartMark::kInterval:
                 return {{"type", "rule"}, {"strokeWidth", 2}, {"color", kPlain}};
             case ChartMark::kEdge:
-                return {{"type", "rule"}, {"strokeWidth", 2}, {"strokeCap", "round"}, {"color", kPlain}};
+                return {{"type", "rule"}, {"strokeWidth", 2}, {"color", kPlain}};
             case ChartMark::kText:
                 if (layer.fPlace == "before") {
                     return {{"type", "text"},   {"fontSize", 12}, {"limit", 210},
@@ -513,7 +513,7 @@ private:
                 {"field", column.fKey},
                 {"type", "quantitative"},
                 {"scale",
-                 {{"domain", {1, 9}}, {"range", {std::min(1.2, NodeStep() / 4), std::min(10.0, NodeStep() / 2)}}}},
+                 {{"domain", {1, 9}}, {"range", {std::min(1.2, NodeStep() / 4), std::min(8.0, NodeStep() / 2)}}}},
                 {"legend", nullptr}};
         }
         if (const ChartChannel* channel = layer.Channel("shape")) {

@@ -1,7 +1,7 @@
 // Opens pages with charts in Chromium and uses the charts as a reader does:
 //   node charts.mjs PROGRAM CHROMIUM PACKAGES PICTURES
 // PACKAGES is the folder where npm has installed what package.json names; PICTURES takes the screenshots, which are for
-// eyes. Exits with 77, which means skipped, when the packages aren't there.
+// eyes. Exits with 77, which means skipped, when the packages aren't there or the program was built without its own.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import fs from "node:fs";
@@ -62,6 +62,10 @@ async function open(file, scheme = "light") {
   });
   const started = Date.now();
   await page.goto(pathToFileURL(file).href);
+  if (await page.evaluate(() => typeof window.hierfitCharts) === "undefined") {
+    console.log("this build has no drawing of charts: its packages could not be had when it was built");
+    process.exit(77);
+  }
   const undrawn = page.locator("figure.chart:not(.drawn, .failed)");
   while (await undrawn.count() > 0 && Date.now() - started < 120000) await page.waitForTimeout(20);
   const name = path.basename(file, ".html");
@@ -81,7 +85,6 @@ async function gallery(name) {
   for (let i = 0; i < n; i += 1) {
     const figure = figures.nth(i);
     const title = await figure.locator("figcaption").innerText();
-    // As many marks as the largest layer of its document has rows.
     const marks = await figure.locator("svg .mark-symbol path, svg .mark-rect path, svg .mark-rule line").count();
     assert.ok(marks > 0, `${name}: ${title} has no marks`);
     assert.ok(await figure.locator(".drawing").getAttribute("aria-label"), `${name}: ${title} has no description`);

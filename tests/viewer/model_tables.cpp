@@ -226,6 +226,61 @@ TEST(ModelTables, OfGroupsAndTrialsHaveTheirShapes) {
     ExpectCoefficients(TableAt(events, "Fixed Coefficients"), trials.Figures());
 }
 
+TEST(ModelTables, OfCategoriesHaveTheirShapes) {
+    ModelRun nominal(
+        "HIERFIT /DATA FILE='verbagg6.csv' /FIELDS TARGET=resp /FIXED EFFECTS=mode Gender "
+        "/RANDOM EFFECTS=INTERCEPT SUBJECTS=id /TARGET_OPTIONS DISTRIBUTION=NOMINAL");
+    const reading::TableList list = ViewerTables(nominal);
+    EXPECT_EQ(TextAt(TableAt(list, "Model Summary"), {"Measurement Level"}), "Nominal");
+    const auto path = std::find_if(list.fvPaths.begin(), list.fvPaths.end(),
+                                   [](const std::string& text) { return text.starts_with("Classification"); });
+    ASSERT_NE(path, list.fvPaths.end());
+    const TableView table = TableAt(list, *path);
+    EXPECT_THAT(table.Categories(0), ElementsAre("no", "perhaps", "yes"));
+    EXPECT_EQ(table.Categories(2), table.Categories(0));
+    double all = 0.0, right = 0.0;
+    for (const std::string& observed : table.Categories(0)) {
+        double shares = 0.0;
+        for (const std::string& predicted : table.Categories(2)) {
+            const double count = table.Value({observed, "E60868", predicted});
+            all += count;
+            right += observed == predicted ? count : 0.0;
+            shares += table.Value({observed, "% within Observed", predicted});
+        }
+        EXPECT_NEAR(shares, 100.0, 1e-9);
+    }
+    EXPECT_EQ(all, nominal.Figures().fWeightUsed);
+    EXPECT_DOUBLE_EQ(nominal.Record().GetModelDiagnostics()->fClassificationAccuracy, right / all);
+
+    // Each category but the reference has the rows of all parameters, and covariances of its own.
+    const TableView coefficients = TableAt(list, "Fixed Coefficients");
+    EXPECT_THAT(coefficients.Categories(1), ElementsAre("no", "perhaps"));
+    const Texts terms = coefficients.Categories(0);
+    const auto& rows = nominal.Figures().fFixed;
+    ASSERT_EQ(rows.size(), 2 * terms.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(coefficients.Value({terms[i % terms.size()], *rows[i].fTargetCategory, "Coefficient"}),
+                  rows[i].fRedundant ? 0.0 : rows[i].fEstimate)
+            << rows[i].fTerm;
+    }
+    const TableView random = TableAt(list, "Covariance Parameters > Random Effect");
+    EXPECT_THAT(random.Categories(1), ElementsAre("no", "perhaps"));
+
+    const ModelRun ordinal(
+        "HIERFIT /DATA FILE='wine.csv' ORDINAL=rating /FIELDS TARGET=rating /FIXED EFFECTS=temp contact "
+        "/RANDOM EFFECTS=INTERCEPT SUBJECTS=judge /TARGET_OPTIONS DISTRIBUTION=ORDINAL");
+    const reading::TableList ratings = ViewerTables(ordinal);
+    const TableView thresholds = TableAt(ratings, "Fixed Coefficients");
+    Texts shown = thresholds.Categories(0);
+    ASSERT_GE(shown.size(), 5u);
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(shown[i], "Threshold for ^1= <rating> / " + std::to_string(i + 1));
+        EXPECT_EQ(thresholds.Value({shown[i], "Coefficient"}), ordinal.Figures().fFixed.at(i).fEstimate);
+    }
+    EXPECT_EQ(shown[4], "temp=cold");
+    ExpectEffects(TableAt(ratings, "Fixed Effects"), ordinal.Figures());
+}
+
 TEST(ModelTables, OfSplitsStandUnderTheirHeadings) {
     const ModelRun run(
         "HIERFIT /DATA FILE='orthodont.csv' SPLIT_BY=Sex /FIELDS TARGET=distance /FIXED EFFECTS=age "
