@@ -289,6 +289,13 @@ TEST(Predict, ManyCrossedEffectsHaveNoErrorsInAFile) {
     }
 }
 
+// The address sanitizer maps far more than it uses.
+#ifdef __SANITIZE_ADDRESS__
+const std::string kBounded;
+#else
+const std::string kBounded = "ulimit -v 2000000; ";
+#endif
+
 // A model file is data from outside: whatever is in it ends in one message, soon, and in bounded memory.
 TEST(Predict, RefusesHostileModelFiles) {
     const Scratch folder;
@@ -299,7 +306,7 @@ TEST(Predict, RefusesHostileModelFiles) {
     const auto refused = [&](const std::string& text, const std::string& sentence) {
         folder.Write("bad.pmml", text);
         const apptest::Outcome run =
-            RunShell("ulimit -v 2000000; timeout 20 hierfit predict bad.pmml --data d.csv", folder.Path());
+            RunShell(kBounded + "timeout 20 hierfit predict bad.pmml --data d.csv", folder.Path());
         EXPECT_EQ(run.fExit, 3) << sentence;
         EXPECT_EQ(run.fOut, "");
         EXPECT_EQ(std::count(run.fErr.begin(), run.fErr.end(), '\n'), 1) << run.fErr;
@@ -346,9 +353,8 @@ TEST(Predict, RefusesHostileModelFiles) {
     refused(with("width=\"1\"", "width=\"2\""), "wrong width");
     refused(with("errors=\"0\"", "errors=\"4\""), "wrong errors");
 
-    const apptest::Outcome huge =
-        RunShell("ulimit -v 2000000; truncate -s 1G huge.pmml; timeout 20 hierfit predict huge.pmml --data d.csv",
-                 folder.Path());
+    const apptest::Outcome huge = RunShell(
+        kBounded + "truncate -s 1G huge.pmml; timeout 20 hierfit predict huge.pmml --data d.csv", folder.Path());
     EXPECT_EQ(huge.fExit, 3);
     EXPECT_THAT(huge.fErr, HasSubstr("more than 128 MiB"));
 }

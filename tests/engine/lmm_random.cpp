@@ -15,9 +15,9 @@ namespace {
 
 using Type = CovarianceType;
 
-constexpr double kAgreement = 1e-9;  // of converged fits, relative
-constexpr double kParameter = 1e-5;  // the same of what moves with the parameters: an objective within 1e-12 of its
-                                     // lowest point leaves them 1e-6 standard errors
+constexpr double kAgreement = 1e-9;   // of converged fits, relative
+constexpr double kParameter = 1e-5;   // the same of what moves with the parameters: an objective within 1e-12 of its
+                                      // lowest point leaves them 1e-6 standard errors
 constexpr double kDifference = 2e-6;  // of a fourth-order difference, in standard errors of the parameter
 constexpr double kStep = 1e-3;        // of a difference, relative to the parameter
 

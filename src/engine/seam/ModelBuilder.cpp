@@ -71,6 +71,8 @@ void AddRunChoices(const run::RunValue& run, ModelSpec& spec) {
         spec.fRandom[b].fGroup = hidden.fRandomGroups[b];
         AddHiddenColumn(hidden.fRandomGroups[b], static_cast<int>(hidden.fvRandomGroupTexts[b].size()), spec);
     }
+    for (int column : {hidden.fTrials, hidden.fOffset})
+        if (column >= 0) AddHiddenColumn(column, 0, spec);
     if (hidden.fOffset >= 0) spec.fOffset = hidden.fOffset;
     if (run.fTarget.fOffsetValue != 0.0) spec.fOffsetValue = run.fTarget.fOffsetValue;
     if (run.fProgress) {
