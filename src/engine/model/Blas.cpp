@@ -1,8 +1,9 @@
 #include "engine/model/Blas.h"
 
 #include <cblas.h>
-#include <memory>
+#include <cstddef>
 #include <mutex>
+#include <new>
 
 namespace engine {
 
@@ -16,8 +17,9 @@ public:
     BlasLeave() {
         const std::lock_guard lock(Mutex());
         openblas_set_num_threads(1);
-        // Asked for and given back: the library's own request follows.
-        const auto room = std::make_unique_for_overwrite<char[]>((Callers() + 1) * kBuffer);
+        // Asked for and given back: the library's own request follows. A new expression could be left out by the
+        // compiler.
+        ::operator delete(::operator new((Callers() + 1) * kBuffer));
         ++Callers();
     }
     ~BlasLeave() {
