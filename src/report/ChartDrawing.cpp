@@ -429,7 +429,6 @@ private:
             case ChartMark::kBar:
                 return {{"type", "bar"}, {"color", kPlain}};
             case ChartMark::kInterval:
-                return {{"type", "rule"}, {"strokeWidth", 2}, {"color", kPlain}};
             case ChartMark::kEdge:
                 return {{"type", "rule"}, {"strokeWidth", 2}, {"color", kPlain}};
             case ChartMark::kText:
