@@ -3,6 +3,7 @@
 #include "app/CallBack.h"
 #include "app/ExitCode.h"
 #include "app/MeansOptions.h"
+#include "app/Variables.h"
 #include "command/CommandParser.h"
 #include "command/Words.h"
 #include "host/data/DataFile.h"
@@ -62,16 +63,6 @@ std::vector<command::Item> NameItems(const std::string& text, const char* separa
     return items;
 }
 
-command::VariableList ListOf(const host::Table& table) {
-    std::vector<command::VariableInfo> variables;
-    for (int i = 0; i < table.VariableCount(); ++i) {
-        const host::Variable& variable = table.GetVariable(i);
-        variables.push_back(
-            {variable.fName, variable.fWidth, static_cast<command::Level>(variable.fLevel), variable.fWhyText});
-    }
-    return {std::move(variables), table.Source()};
-}
-
 }  // namespace
 
 CommandSource::CommandSource(const Options& options) {
@@ -116,7 +107,7 @@ void CommandSource::Refuse(const command::CommandError& error) const {
 }
 
 command::Specification CommandSource::Resolve(const host::Table& table) {
-    const command::VariableList variables = ListOf(table);
+    const command::VariableList variables = VariablesOf(table);
     command::CommandError error;
     if (fFormula) {
         if (!fFormula->Expand(variables, fTree, error)) Refuse(error);

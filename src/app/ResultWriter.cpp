@@ -3,7 +3,7 @@
 #include "app/ExitCode.h"
 #include "app/Terminal.h"
 #include "host/output/FileStore.h"
-#include "report/ChartDrawing.h"
+#include "report/ChartFiles.h"
 #include "report/HtmlRenderer.h"
 #include "report/JsonRenderer.h"
 #include "report/TextRenderer.h"

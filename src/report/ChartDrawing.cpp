@@ -1,5 +1,6 @@
 #include "report/ChartDrawing.h"
 
+#include "report/ChartLevels.h"
 #include "report/DisplayText.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <set>
 
 namespace report {
 
@@ -36,55 +36,6 @@ const char* const kPlain = "#0072B2";
 const char* const kQuiet = "#9AA3AE";
 const char* const kStrong = "#D55E00";
 const char* const kInk = "#39465A";
-
-/// The values of a field in order, each with a text of its own.
-class Levels {
-public:
-    Levels(const ChartSource& source, int field) : fField(source.fvFields[static_cast<std::size_t>(field)]) {
-        std::set<Datum> values;
-        for (std::size_t row = 0; row < source.fvRows.size(); ++row) {
-            if (!output::IsUnset(source.At(row, field))) values.insert(source.At(row, field));
-        }
-        std::map<std::string, int> uses;
-        for (const Datum& value : values)
-            ++uses[Shown(value)];
-        for (const Datum& value : values) {
-            std::string text = Shown(value);
-            // Two values that share a label stay two.
-            if (uses[text] > 1) text += " (" + output::ChartField().Shown(value) + ")";
-            fTexts[value] = text;
-            fvOrder.push_back(value);
-        }
-    }
-
-    std::string Text(const Datum& value) const {
-        const auto found = fTexts.find(value);
-        return found == fTexts.end() ? std::string() : found->second;
-    }
-    std::size_t Size() const { return fvOrder.size(); }
-    const std::vector<Datum>& Order() const { return fvOrder; }
-    Json Texts() const {
-        Json texts = Json::array();
-        for (const Datum& value : fvOrder)
-            texts.push_back(Text(value));
-        return texts;
-    }
-
-private:
-    std::string Shown(const Datum& value) const { return Clean(fField.Shown(value)); }
-
-    const output::ChartField& fField;
-    std::map<Datum, std::string> fTexts;
-    std::vector<Datum> fvOrder;
-};
-
-/// Letters of the longest text of a field.
-double LongestText(const Levels& levels) {
-    int longest = 0;
-    for (const Datum& value : levels.Order())
-        longest = std::max(longest, DisplayWidth(levels.Text(value)));
-    return longest;
-}
 
 /// Digits behind the point on an axis: those of the format, or more where the range is narrower than they show.
 std::string AxisFormat(const output::ChartField* field, double range) {
@@ -637,29 +588,6 @@ private:
 };
 
 /// Gathers the charts of a document.
-struct ChartList : output::Visitor {
-    void Show(const output::Chart& chart) override { fvCharts.push_back(chart.fpModel.get()); }
-    std::vector<const ChartModel*> fvCharts;
-};
-
-/// A title's letters and digits as a part of a file name, in lower case.
-std::string FileStem(const std::string& title) {
-    constexpr std::size_t kLongest = 40;
-    std::string stem;
-    for (const char c : title) {
-        const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-        if (letter) {
-            stem += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-        } else if (!stem.empty() && stem.back() != '-') {
-            stem += '-';
-        }
-        if (stem.size() == kLongest) break;
-    }
-    while (!stem.empty() && stem.back() == '-')
-        stem.pop_back();
-    return stem.empty() ? "chart" : stem;
-}
-
 Json Config() {
     return {
         {"font", "system-ui, -apple-system, 'Segoe UI', Roboto, 'Noto Sans', 'Liberation Sans', sans-serif"},
@@ -716,20 +644,6 @@ ChartDrawing DrawChart(const ChartModel& chart, const host::Catalogue& strings) 
     }
     document["config"] = Config();
     return {document.dump(-1, ' ', false, Json::error_handler_t::replace), main.fNote};
-}
-
-std::vector<ChartFile> ChartFiles(const host::OutputDocument& document, const Selection& selection) {
-    const auto& strings = host::Catalogue::Current();
-    ChartList list;
-    for (const auto& item : Collect(document, selection, strings))
-        item.fpBlock->Visit(list);
-    std::vector<ChartFile> files;
-    for (const ChartModel* chart : list.fvCharts) {
-        const std::string text = DrawChart(*chart, strings).fDocument;
-        if (text.empty()) continue;
-        files.push_back({fmt::format("{:02}-{}.vl.json", files.size() + 1, FileStem(chart->fTitle)), text + "\n"});
-    }
-    return files;
 }
 
 std::string ChartSummary(const ChartModel& chart) {

@@ -2,10 +2,8 @@
 
 #include "host/output/ChartModel.h"
 #include "host/strings/Catalogue.h"
-#include "report/Outline.h"
 
 #include <string>
-#include <vector>
 
 namespace report {
 
@@ -17,13 +15,6 @@ struct ChartDrawing {
 
 /// Vega-Lite from a chart model. A chart of very many marks or panels draws the first ones and says so.
 ChartDrawing DrawChart(const output::ChartModel& chart, const host::Catalogue& strings);
-
-/// The charts of a document in reading order, each as a file: "03-fixed-effects.vl.json" and its text.
-struct ChartFile {
-    std::string fName;
-    std::string fText;
-};
-std::vector<ChartFile> ChartFiles(const host::OutputDocument& document, const Selection& selection);
 
 /// What a chart shows, in a sentence or two, for those who can't see it.
 std::string ChartSummary(const output::ChartModel& chart);

@@ -1,28 +1,12 @@
 // Opens pages with charts in Chromium and uses the charts as a reader does:
 //   node charts.mjs PROGRAM CHROMIUM PACKAGES PICTURES
-// PACKAGES is the folder where npm has installed what package.json names; PICTURES takes the screenshots, which are for
-// eyes. Exits with 77, which means skipped, when the packages aren't there or the program was built without its own.
+// Exits with 77, which means skipped, when the program was built without its drawing of charts.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import fs from "node:fs";
-import { createRequire } from "node:module";
-import os from "node:os";
 import path from "node:path";
-import { fileURLToPath, pathToFileURL } from "node:url";
-
-const [program, chromium, packages, pictures] = process.argv.slice(2);
-const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), "../..");
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "hierfit-charts-"));
-process.on("exit", () => fs.rmSync(scratch, { recursive: true, force: true }));
-fs.mkdirSync(pictures, { recursive: true });
-
-let playwright;
-try {
-  playwright = createRequire(path.join(packages, "package.json"))("playwright-core");
-} catch {
-  console.log("playwright-core is not installed; scripts/test installs it");
-  process.exit(77);
-}
+import { pathToFileURL } from "node:url";
+import { browser, pictures, program, quoted, root, scratch, script } from "./harness.mjs";
 
 function run(name, args) {
   const file = path.join(scratch, `${name}.html`);
@@ -31,11 +15,8 @@ function run(name, args) {
   return file;
 }
 
-const script = "<script>document.title='hacked'</script>";
-
 // 300 levels, a label of 500 characters, names and values that try to be markup, one level, a missing mean.
 function hostileData() {
-  const quoted = (text) => '"' + text.replaceAll('"', '""') + '"';
   const rows = ["y,many,evil,one"];
   const evil = [`${script}"'&lt;`, "y".repeat(500), "{image: 'x'}", "</svg><b>&amp;"];
   for (let i = 0; i < 1200; i += 1) {
@@ -47,8 +28,6 @@ function hostileData() {
   return ["fit", "y ~ evil + many + one", "--data", path.join(scratch, "hostile.csv"), "--data-schema",
     path.join(scratch, "schema.json"), "--emmeans", "evil,many,one", "--contrast", "deviation", "--df", "residual"];
 }
-
-const browser = await playwright.chromium.launch({ executablePath: chromium, args: ["--no-sandbox"] });
 
 // Opens a page and waits until its charts stand; console, requests and policy must stay silent.
 async function open(file, scheme = "light") {

@@ -1,37 +1,19 @@
 // Opens pages of results in Chromium and holds them against the JSON rendering of the same runs:
 //   node report.mjs PROGRAM CHROMIUM PACKAGES PICTURES
-// PACKAGES is the folder where npm has installed what package.json names; PICTURES takes the screenshots, which are for
-// eyes. Exits with 77, which means skipped, when the packages aren't there.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import fs from "node:fs";
-import { createRequire } from "node:module";
-import os from "node:os";
 import path from "node:path";
-import { fileURLToPath, pathToFileURL } from "node:url";
+import { pathToFileURL } from "node:url";
+import { browser, pictures, program, quoted, root, scratch, script } from "./harness.mjs";
 
-const [program, chromium, packages, pictures] = process.argv.slice(2);
-const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), "../..");
 const examples = path.join(root, "examples");
-const scratch = fs.mkdtempSync(path.join(os.tmpdir(), "hierfit-browser-"));
-process.on("exit", () => fs.rmSync(scratch, { recursive: true, force: true }));
-fs.mkdirSync(pictures, { recursive: true });
 
-let playwright;
-try {
-  playwright = createRequire(path.join(packages, "package.json"))("playwright-core");
-} catch {
-  console.log("playwright-core is not installed; scripts/test installs it");
-  process.exit(77);
-}
-
-const script = "<script>document.title='hacked'</script>";
 const hostile = `${script}"'&lt;<img src=x onerror="document.title='hacked'">\u202Egnirts\u202C`;
 const long = "x".repeat(10000);
 
 // A target and a factor whose labels and values try to be markup, turn the text's direction or burst the page.
 function writeHostileData() {
-  const quoted = (text) => '"' + text.replaceAll('"', '""') + '"';
   const levels = [hostile, long, "plain"];
   const rows = ["y,level,unit"];
   for (let i = 0; i < 36; i += 1) {
@@ -189,10 +171,6 @@ async function inspectDownload(browser) {
   await context.close();
 }
 
-const browser = await playwright.chromium.launch({
-  executablePath: chromium,
-  args: ["--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"],
-});
 try {
   for (const name of Object.keys(runs)) await inspect(browser, name);
   await inspectOtherwise(browser);

@@ -1,4 +1,5 @@
 #include "report/ChartDrawing.h"
+#include "report/ChartFiles.h"
 #include "report/SampleDocument.h"
 
 #include <gmock/gmock.h>

@@ -10,9 +10,12 @@
 #include "results/HRFTParseOutXML.h"
 
 #include <fstream>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// A result document read into a record, on data of a few rows: numbers y, x, n and w, factors a (1, 2), t (1 to 3),
 /// u ("hi", "lo") and kind ("no", "yes"), subjects s ("s 1" to "s 3").
@@ -55,6 +58,29 @@ inline const std::string& FullDocument() {
         return std::string(std::istreambuf_iterator<char>(file), {});
     }();
     return text;
+}
+
+/// The text with every piece replaced in turn: all its places. A piece that isn't there is a fault of the test.
+using Change = std::vector<std::pair<std::string, std::string>>;
+
+inline std::string Changed(std::string text, const Change& change) {
+    for (const auto& [from, to] : change) {
+        std::size_t at = text.find(from);
+        if (at == std::string::npos) ADD_FAILURE() << "the document has no " << from;
+        for (; at != std::string::npos; at = text.find(from, at + to.size()))
+            text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+/// The texts of values that must have been found in the data.
+inline std::vector<std::string> TextsOf(const std::vector<CFStatVariableValue>& values) {
+    std::vector<std::string> texts;
+    for (const auto& value : values) {
+        EXPECT_NE(value.GetObsValue(), nullptr) << value.GetStringValue();
+        texts.push_back(value.GetStringValue());
+    }
+    return texts;
 }
 
 /// The data and the output in which documents are read. Each reading has a record of its own.

@@ -1,36 +1,18 @@
+// What a result document holds, and what of it is refused.
 #include "results/Reading.h"
 
 #include <cmath>
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace reading_test;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 using Texts = std::vector<std::string>;
 using Ints = std::vector<int>;
 using Doubles = std::vector<double>;
-
-/// The text with every piece replaced in turn: all its places. A piece that isn't there is a fault of the test.
-using Change = std::vector<std::pair<std::string, std::string>>;
-
-std::string Changed(std::string text, const Change& change) {
-    for (const auto& [from, to] : change) {
-        std::size_t at = text.find(from);
-        if (at == std::string::npos) ADD_FAILURE() << "the document has no " << from;
-        for (; at != std::string::npos; at = text.find(from, at + to.size()))
-            text.replace(at, from.size(), to);
-    }
-    return text;
-}
-
-const std::string& Full() {
-    return FullDocument();
-}
 
 struct Heard : output::Visitor {
     void Show(const output::Message& message) override {
@@ -47,18 +29,9 @@ Texts MessagesOf(Reading& reading) {
 
 const Texts kRefused{"k:StatXML parsing error ... 3"};
 
-Texts TextsOf(const std::vector<CFStatVariableValue>& values) {
-    Texts texts;
-    for (const auto& value : values) {
-        EXPECT_NE(value.GetObsValue(), nullptr) << value.GetStringValue();
-        texts.push_back(value.GetStringValue());
-    }
-    return texts;
-}
-
 TEST(Reader, SettingsHaveTheirPlaces) {
     Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
+    ASSERT_TRUE(reading.Read(FullDocument()));
     EXPECT_THAT(MessagesOf(reading), IsEmpty());
     const BuildSettings& settings = reading.Settings();
     EXPECT_EQ(settings.fTargetName, "y");
@@ -110,7 +83,7 @@ TEST(Reader, SettingsHaveTheirPlaces) {
 
 TEST(Reader, DiagnosticsHaveTheirPlaces) {
     Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
+    ASSERT_TRUE(reading.Read(FullDocument()));
     const ModelDiagnostics& diagnostics = *reading.Stats().GetModelDiagnostics();
     EXPECT_EQ((Doubles{diagnostics.fAICC, diagnostics.fBIC, diagnostics.fMinus2LogLikelihood,
                        diagnostics.fClassificationAccuracy}),
@@ -150,7 +123,7 @@ TEST(Reader, DiagnosticsHaveTheirPlaces) {
 
 TEST(Reader, StructuredDataHaveTheirPlaces) {
     Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
+    ASSERT_TRUE(reading.Read(FullDocument()));
     const StructuredData& data = *reading.Stats().GetStructuredData();
     EXPECT_EQ(data.fTotalFreq, 11);
     EXPECT_EQ(data.fSubjectData.fvFieldNames, Texts{"s"});
@@ -192,7 +165,7 @@ TEST(Reader, StructuredDataHaveTheirPlaces) {
 
 TEST(Reader, EstimatesHaveTheirPlaces) {
     Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
+    ASSERT_TRUE(reading.Read(FullDocument()));
     const ParamCollect& collect = *reading.Stats().GetParamCollect();
     const auto figures = [](const ParameterStatsData& stats) {
         return Doubles{stats.fEstimate,          stats.fStdError,    stats.fDf,         stats.fConfIntervalLower,
@@ -252,7 +225,7 @@ TEST(Reader, EstimatesHaveTheirPlaces) {
 
 TEST(Reader, MapsAreSearchedInOrder) {
     Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
+    ASSERT_TRUE(reading.Read(FullDocument()));
     const HRFTOutputStats& stats = reading.Stats();
     ASSERT_THAT(*stats.GetStringMapCollect(), SizeIs(3));
     EXPECT_EQ(stats.GetStringMapCollect()->at(2).fMapId, -1);
@@ -278,7 +251,7 @@ TEST(Reader, MapsAreSearchedInOrder) {
 
 TEST(Reader, MeansHaveTheirPlaces) {
     Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
+    ASSERT_TRUE(reading.Read(FullDocument()));
     ASSERT_THAT(*reading.Stats().GetEmmeansEstimates(), SizeIs(1));
     const EmmeansEstimates& top = reading.Stats().GetEmmeansEstimates()->at(0);
     EXPECT_EQ(top.fMean.fvValues, (Texts{"3.5", "4.5"}));  // the later one of the name
@@ -421,7 +394,8 @@ TEST(Reader, BrokenDocumentsAreRefusedWithOneMessage) {
     };
     for (const Change& change : cases) {
         Reading reading;
-        EXPECT_FALSE(reading.Read(Changed(Full(), change))) << change.front().first << " -> " << change.front().second;
+        EXPECT_FALSE(reading.Read(Changed(FullDocument(), change)))
+            << change.front().first << " -> " << change.front().second;
         EXPECT_EQ(MessagesOf(reading), kRefused) << change.front().first << " -> " << change.front().second;
     }
 }
@@ -435,24 +409,24 @@ TEST(Reader, WhatARefusedDocumentLeaves) {
 
     for (const std::string pmml : {"", "<PMML/>", "<PMML><DataDictionary>", "no document"}) {
         Reading unread;
-        EXPECT_FALSE(unread.Read(Full(), pmml)) << pmml;
+        EXPECT_FALSE(unread.Read(FullDocument(), pmml)) << pmml;
         EXPECT_THAT(MessagesOf(unread), IsEmpty());
         EXPECT_EQ(unread.Stats().GetVarList(), nullptr);
         EXPECT_EQ(unread.Stats().GetBuildSettings(), nullptr);
     }
 
     Reading settings;
-    EXPECT_FALSE(
-        settings.Read(Changed(Full(), {{"name=\"TargetField\" value=\"y\"", "name=\"TargetField\" value=\"no\""}})));
+    EXPECT_FALSE(settings.Read(
+        Changed(FullDocument(), {{"name=\"TargetField\" value=\"y\"", "name=\"TargetField\" value=\"no\""}})));
     EXPECT_EQ(settings.Stats().GetBuildSettings(), nullptr);
     EXPECT_EQ(settings.Stats().GetStringMapCollect(), nullptr);
 
     Reading late;
-    EXPECT_FALSE(late.Read(Changed(Full(), {{"TrainingSummary>", "Summary>"}})));
+    EXPECT_FALSE(late.Read(Changed(FullDocument(), {{"TrainingSummary>", "Summary>"}})));
     EXPECT_EQ(late.Stats().GetParamCollect(), nullptr);
     EXPECT_NE(late.Stats().GetModelDiagnostics(), nullptr);
     // A second document replaces the first and never merges with it.
-    ASSERT_TRUE(late.Read(Full()));
+    ASSERT_TRUE(late.Read(FullDocument()));
     EXPECT_THAT(*late.Stats().GetStringMapCollect(), SizeIs(3));
     EXPECT_THAT(late.Stats().GetStructuredData()->fvRandEffCovars, SizeIs(1));
     EXPECT_THAT(*late.Stats().GetEmmeansData(), SizeIs(1));
@@ -489,7 +463,7 @@ TEST(Reader, EstimatesThatCannotBeReadAreForgivenWhenMessagesAreThere) {
     };
     for (const Change& change : cases) {
         Reading reading;
-        EXPECT_TRUE(reading.Read(Changed(Full(), change))) << change.front().first;
+        EXPECT_TRUE(reading.Read(Changed(FullDocument(), change))) << change.front().first;
         EXPECT_THAT(MessagesOf(reading), IsEmpty());
         EXPECT_EQ(reading.Stats().GetParamCollect(), nullptr);
         EXPECT_TRUE(reading.Stats().IsWarningPresent("kGLMM_C28"));
@@ -499,253 +473,10 @@ TEST(Reader, EstimatesThatCannotBeReadAreForgivenWhenMessagesAreThere) {
         alone.emplace_back("<Message><PrintableList pattern=\"kGLMM_C28\">", "<Other><PrintableList pattern=\"\">");
         alone.emplace_back("<PrintableValue value=\"two\"/></PrintableList></Message>", "</PrintableList></Other>");
         alone.emplace_back("<Message><PrintableList pattern=\"\"/></Message>", "");
-        EXPECT_FALSE(silent.Read(Changed(Full(), alone))) << change.front().first;
+        EXPECT_FALSE(silent.Read(Changed(FullDocument(), alone))) << change.front().first;
         EXPECT_EQ(MessagesOf(silent), kRefused);
         EXPECT_EQ(silent.Stats().GetParamCollect(), nullptr);
     }
-}
-
-struct Variation {
-    Change fChange;
-    std::function<void(HRFTOutputStats&)> fCheck;
-};
-
-void ExpectAll(const std::vector<Variation>& variations) {
-    for (const Variation& variation : variations) {
-        SCOPED_TRACE(variation.fChange.front().first + " -> " + variation.fChange.front().second);
-        Reading reading;
-        EXPECT_TRUE(reading.Read(Changed(Full(), variation.fChange)));
-        if (testing::Test::HasFailure()) return;
-        variation.fCheck(reading.Stats());
-    }
-}
-
-TEST(Reader, SettingsTakeTheirDefaults) {
-    const std::string residual = "name=\"ResidualCovarianceType\" value=\"AR1\"";
-    const auto kronecker = [&](const char* word) {
-        return std::string("name=\"ResidualCovarianceType\" value=\"") + word + "\"";
-    };
-    const std::string free = "name=\"Colour\" value=\"green\"";
-    const auto with = [](auto member, auto value) {
-        return [=](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetBuildSettings()->*member, value); };
-    };
-    const auto trials = [&](const char* text, int value) -> Variation {
-        return {{{free, std::string("name=\"TrialsValue\" value=\"") + text + "\""}},
-                with(&BuildSettings::fTrialsValue, value)};
-    };
-    const int least = std::numeric_limits<int>::min();
-    std::vector<Variation> variations{
-        {{{residual, kronecker("ar1")}}, with(&BuildSettings::fResidualCovType, 19)},
-        {{{residual, kronecker("SPLINLOG")}}, with(&BuildSettings::fResidualCovType, 17)},
-        {{{residual, "name=\"ResidualCovarianceType\""}}, with(&BuildSettings::fResidualCovType, 19)},
-        {{{residual, kronecker("UN_AR1")}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetBuildSettings()->fResidualCovType, 9);
-             EXPECT_FALSE(stats.GetBuildSettings()->fKronecker);
-         }},
-        {{{residual, kronecker("UN_CS")},
-          {free + "/>",
-           "name=\"KroneckerMeasure\"><StructuredValue><Attribute name=\"Fields\"><ListValue>"
-           "<Value value=\"u\"/></ListValue></Attribute></StructuredValue></Parameter>"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetBuildSettings()->fResidualCovType, 12);
-             EXPECT_TRUE(stats.GetBuildSettings()->fKronecker);
-         }},
-        {{{"name=\"ResidualCovarianceTBand\" value=\"3\"", "name=\"ResidualCovarianceTBand\" value=\"\""}},
-         with(&BuildSettings::fResidualCovTBand, 2)},
-        {{{"value=\"SEQSIDAK\"", "value=\"SEQSIDA\""}}, with(&BuildSettings::fPAdjustment, 3)},
-        {{{"value=\"SEQSIDAK\"", "value=\"SEQSIDAKS\""}}, with(&BuildSettings::fPAdjustment, 3)},
-        {{{"name=\"pAdjustment\"", "name=\"padjustment\""}}, with(&BuildSettings::fPAdjustment, 3)},
-        {{{"value=\"SEQSIDAK\"", "value=\"LSD\""}}, with(&BuildSettings::fPAdjustment, 0)},
-        {{{"name=\"CIn\" value=\"0.9\"", "name=\"CIn\" value=\"\""}}, with(&BuildSettings::fConfidenceLevel, SYSMIS)},
-        {{{"name=\"CIn\" value=\"0.9\"", "name=\"cin\""}}, with(&BuildSettings::fConfidenceLevel, SYSMIS)},
-        {{{"name=\"Intercept\" value=\"true\"/>\n    <P", "name=\"Intercept\" value=\"True\"/>\n    <P"}},
-         with(&BuildSettings::fIntercept, false)},
-        {{{"value=\"NORMAL\"", "value=\"ORDINAL\""}}, with(&BuildSettings::fDistribution, 4)},
-        {{{"value=\"NORMAL\"", "value=\"Normal\""}}, with(&BuildSettings::fDistribution, 8)},
-        {{{"value=\"IDENTITY\"", "value=\"CAUCHIT\""}}, with(&BuildSettings::fLink, 8)},
-        {{{"value=\"IDENTITY\"", "value=\"\""}}, with(&BuildSettings::fLink, 9)},
-        {{{free, "name=\"LinkFunctionParam\" value=\"0.50\""}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetBuildSettings()->fLinkParam, 0.5);
-             EXPECT_EQ(stats.GetBuildSettings()->fLinkParamText, "0.50");
-         }},
-        {{{free, "name=\"LinkFunctionParam\""}}, with(&BuildSettings::fLinkParam, SYSMIS)},
-        {{{free + "/>", "name=\"ResidualGroupSpec\"><ListValue><Value value=\"a\"/><Value/></ListValue></Parameter>"}},
-         with(&BuildSettings::fvResidualGroup, Texts{"a", ""})},
-        {{{"ContrastType\" value=\"Simple\"", "ContrastType\" value=\"simple\""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetBuildSettings()->fvEMMeansSpecs[0].fContrastType, 4); }},
-        {{{"<Attribute name=\"ContrastType\" value=\"Simple\"/>", ""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetBuildSettings()->fvEMMeansSpecs[0].fContrastType, 3); }},
-        {{{"<Attribute name=\"ReferenceType\" value=\"Value\"/>", ""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetBuildSettings()->fvEMMeansSpecs[0].fReferenceType, 0); }},
-        trials("", least),
-        trials("1e300", least),
-        trials("2147483648", least),
-        trials("12.9", 12),
-        trials("-3.9", -3),
-        // An attribute without its list fails an effect only when it is the last one.
-        {{{"<Attribute name=\"Fields\"><ListValue><Value value=\"t\"/>",
-           "<Attribute name=\"Fields\"/><Attribute name=\"Fields\"><ListValue><Value value=\"t\"/>"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetBuildSettings()->fRepeatedMeasure.fvFieldIndices, Ints{kT});
-         }},
-    };
-    ExpectAll(variations);
-}
-
-TEST(Reader, EmptyNumbersAndForeignWordsHaveTheirMeanings) {
-    const auto block = [](const char* number) {
-        return std::string("parameterType=\"random\" block=\"") + number + "\"";
-    };
-    const std::string size = "<Matrix nbRows=\"3\" kind=\"symmetric\"><Array>1 2 3 4 5 6</Array>";
-    const auto matrix = [](HRFTOutputStats& stats) -> MatrixData& {
-        return stats.GetStructuredData()->fvRandEffCovars.at(0).fMatrixValues.at(0);
-    };
-    ExpectAll({
-        {{{"name=\"AICC\" value=\"10.5\"", "name=\"AICC\" value=\"\""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetModelDiagnostics()->fAICC, SYSMIS); }},
-        {{{"name=\"BIC\"", "name=\"AICC\""}},  // the last of a name
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetModelDiagnostics()->fAICC, 11.5);
-             EXPECT_EQ(stats.GetModelDiagnostics()->fBIC, SYSMIS);
-         }},
-        {{{"name=\"numOfColsOfFixed\" value=\"7\"", "name=\"numOfColsOfFixed\" value=\"\""}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetModelDiagnostics()->fNumOfColsOfFixed, std::numeric_limits<int>::min());
-         }},
-        {{{"name=\"numOfColsOfFixed\"", "name=\"numofColsOfFixed\""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetModelDiagnostics()->fNumOfColsOfFixed, -1); }},
-        {{{"description=\"TargetDistribution\"", "description=\"Another\""}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetModelDiagnostics()->fTargetDist.fDescription, "Another");
-             EXPECT_THAT(stats.GetModelDiagnostics()->fTargetDist.fvObserved, IsEmpty());
-         }},
-        {{{"description=\"observedByPredicted\"", "description=\"Another\""}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_THAT(stats.GetModelDiagnostics()->fPredByObserved.fvObserved, IsEmpty());
-         }},
-        // An absent prediction counts as 0 in the bounds.
-        {{{"<Array>1 4</Array>", "<Array/>"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetModelDiagnostics()->fPredByObserved.fMinValue, 0);
-             EXPECT_EQ(stats.GetModelDiagnostics()->fPredByObserved.fMaxValue, 5);
-         }},
-        {{{"<Array>1 4</Array>", "<Array>__MISSING__ 9</Array>"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetModelDiagnostics()->fPredByObserved.fMinValue, SYSMIS);
-             EXPECT_EQ(stats.GetModelDiagnostics()->fPredByObserved.fMaxValue, 9);
-         }},
-        {{{"ModelTestStats", "OtherTests"}}, [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetEffectTest(), nullptr); }},
-        {{{"<StructuredData description=\"firstSubjectRecordsForDataStructure\">",
-           "<StructuredData description=\"x\">"}},
-         [](HRFTOutputStats& stats) { EXPECT_THAT(stats.GetStructuredData()->fSubjectData.fvFieldNames, IsEmpty()); }},
-        {{{"StructuredData", "StructureData"}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetStructuredData(), nullptr); }},
-        {{{"\"classificationTable\"", "\"classificationTables\""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetClassifMatrixData(), nullptr); }},
-        {{{"name=\"UseTrials\" value=\"false\"", "name=\"UseTrials\" value=\"true\""}},
-         [](HRFTOutputStats& stats) { EXPECT_THAT(stats.GetClassifMatrixData()->fvLabels, IsEmpty()); }},
-        {{{"name=\"Colour\" value=\"green\"", "name=\"TrialsField\" value=\"n\""}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(TextsOf(stats.GetStructuredData()->fvTrialsValues), (Texts{"20", "30"}));
-         }},
-        {{{size, "<Matrix nbRows=\"6\" kind=\"diagonal\"><Array>1 2 3 4 5 6</Array>"}},
-         [&](HRFTOutputStats& stats) {
-             EXPECT_EQ(matrix(stats).fvRows.at(2).fvValues, (Doubles{0, 0, 3, 0, 0, 0}));
-             EXPECT_EQ(matrix(stats).fvRows.at(2).fRowSum, 3);
-         }},
-        {{{size, "<Matrix nbRows=\"3\" nbCols=\"2\"><Array>1 2 3 4 5 6</Array>"}},
-         [&](HRFTOutputStats& stats) {
-             EXPECT_EQ(matrix(stats).fvRows.at(1).fvValues, (Doubles{3, 4, 0}));
-         }},
-        {{{size, "<Matrix nbRows=\"2\" kind=\"other\"><Array>1 2 3 4</Array>"}},
-         [&](HRFTOutputStats& stats) {
-             EXPECT_EQ(matrix(stats).fvRows.at(1).fvValues, (Doubles{3, 4}));
-         }},
-        {{{size, "<Matrix nbRows=\"0\"><Array/>"}},
-         [&](HRFTOutputStats& stats) { EXPECT_THAT(matrix(stats).fvRows, IsEmpty()); }},
-        {{{block("0"), block("2")}},
-         [](HRFTOutputStats& stats) {
-             const auto& blocks = stats.GetParamCollect()->fvRandomParamEstim;
-             ASSERT_THAT(blocks, SizeIs(3));
-             EXPECT_EQ((Ints{blocks[0].fBlock, blocks[1].fBlock, blocks[2].fBlock}), (Ints{2, 2, 2}));
-             EXPECT_THAT(blocks[0].fvParamEstim, IsEmpty());
-             EXPECT_THAT(blocks[2].fvParamEstim, SizeIs(1));
-         }},
-        // Out of order, a lower block lands in the entry that was made to fill the gap.
-        {{{block("0"), block("2")}, {"parameterType=\"colour\"", block("1")}},
-         [](HRFTOutputStats& stats) {
-             const auto& blocks = stats.GetParamCollect()->fvRandomParamEstim;
-             ASSERT_THAT(blocks, SizeIs(3));
-             EXPECT_EQ(blocks[1].fBlock, 2);
-             EXPECT_EQ(blocks[1].fvParamEstim.at(0).fvParameterStats.at(0).fParamName, "z");
-         }},
-        {{{block("0"), block("")}},
-         [](HRFTOutputStats& stats) { EXPECT_THAT(stats.GetParamCollect()->fvRandomParamEstim, SizeIs(1)); }},
-        {{{"value=\"0\"/>\n        </ParameterStats>", "value=\"\"/>\n        </ParameterStats>"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetParamCollect()->fvFixedParamEstim[0].fvParameterStats[1].fStatisticInt, 0);
-         }},
-        {{{"<MapEntry name=\"P1\"><Label><RegressionParameter isIntercept=\"true\"",
-           "<MapEntry name=\"P1\"><Label><RegressionParameter"}},
-         [](HRFTOutputStats& stats) { EXPECT_THAT(stats.GetStringMapCollect()->at(0).fvEntries, SizeIs(2)); }},
-        {{{"description=\"simpleContrast\"", "description=\"SimpleContrast\""}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_EQ(stats.GetEmmeansData()->at(0).fContrasts.fContrastKind, 3);
-             EXPECT_EQ(stats.GetEmmeansData()->at(0).fContrasts.fDf.fvValues, (Texts{"8", "9"}));
-         }},
-        {{{"name=\"adjustedSigLevel\" value=\"0.1\"", "name=\"adjustedSigLevel\""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetEmmeansData()->at(0).fContrasts.fAdjustedSigLevel, SYSMIS); }},
-        {{{"name=\"EMMEANSIndex\" value=\"0\"", "name=\"EMMEANSIndex\" value=\"\""}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetEmmeansData()->at(0).fEmmeansIndex, -1); }},
-        {{{"<MultivariateData description=\"contrasts\">", "<MultivariateData description=\"differences\">"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_THAT(stats.GetEmmeansData()->at(0).fContrasts.fvCoordinates, IsEmpty());
-         }},
-        // A broken axis only cuts the list of axes short.
-        {{{"field=\"u\"><Array>hi lo hi lo</Array>", "field=\"u\">"}},
-         [](HRFTOutputStats& stats) {
-             EXPECT_THAT(stats.GetEmmeansData()->at(0).fEstimates.fvCoordinates, SizeIs(1));
-         }},
-        {{{"<DataGroup description=\"Emmeans\">", "<DataGroup description=\"EMMEANS\">"}},
-         [](HRFTOutputStats& stats) { EXPECT_EQ(stats.GetEmmeansEstimates(), nullptr); }},
-    });
-}
-
-TEST(Reader, BlocksStandInAnyOrder) {
-    // The settings behind the model, the summary of the training before the diagnostics.
-    std::string text = Full();
-    const auto cut = [&text](const std::string& name) {
-        const std::size_t begin = text.find("<" + name + ">");
-        const std::size_t end = text.find("</" + name + ">") + name.size() + 3;
-        const std::string piece = text.substr(begin, end - begin);
-        text.erase(begin, end - begin);
-        return piece;
-    };
-    const std::string settings = cut("BuildSettings");
-    const std::string diagnostics = cut("ModelDiagnostics");
-    text = Changed(text, {{"</PMMLModel>", diagnostics + "</PMMLModel>" + settings}});
-    Reading reading;
-    ASSERT_TRUE(reading.Read(text));
-    EXPECT_EQ(reading.Settings().fTargetIndex, kY);
-    EXPECT_EQ(reading.Stats().GetModelDiagnostics()->fBIC, 11.5);
-    EXPECT_EQ(reading.Stats().GetStructuredData()->fvRandEffCovars.at(0).fvEffectLabels.at(1), "x*x*[u=hi]");
-    EXPECT_THAT(reading.Stats().GetParamCollect()->fvFixedParamEstim, SizeIs(1));
-}
-
-TEST(Reader, VariablesFindTheirFields) {
-    Reading reading;
-    ASSERT_TRUE(reading.Read(Full()));
-    const VarMapInfo& map = reading.Stats().GetVarMapInfo();
-    EXPECT_EQ(map.fvFieldToVarList, (Ints{0, 1, 3, 4, 5, 6, 7, 8, -1}));
-    EXPECT_EQ(map.fvVarListToField, (Ints{0, 1, -1, 2, 3, 4, 5, 6, 7}));  // the third is in no data
-    EXPECT_EQ(map.fvCategoryCount, (Ints{0, 2, 1, 3, 2, 2, 3, 0, 0}));
-    EXPECT_EQ(map.fvbCategorical, (std::vector<bool>{false, true, true, true, true, true, true, false, false}));
-    EXPECT_EQ(reading.Stats().GetFieldFormat(-1), nullptr);
-    EXPECT_EQ(reading.Stats().GetFieldFormat(9), nullptr);
-    EXPECT_EQ(*reading.Stats().GetFieldFormat(kY), reading.Source().GetVariable(kY).GetFormat());
-    EXPECT_EQ(HRFTOutputStats().GetFieldFormat(0), nullptr);
 }
 
 }  // namespace

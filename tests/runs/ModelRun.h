@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/CallBack.h"
+#include "app/Variables.h"
 #include "command/CommandParser.h"
 #include "command/ParsedBlock.h"
 #include "command/Specification.h"
@@ -32,16 +33,6 @@ inline std::shared_ptr<host::Table> OpenData(const command::DataWishes& wishes) 
     const auto table = host::OpenDataFile(file, options);
     EXPECT_TRUE(table) << file;
     return *table;
-}
-
-inline command::VariableList VariablesOf(const host::Table& table) {
-    std::vector<command::VariableInfo> variables;
-    for (int i = 0; i < table.VariableCount(); ++i) {
-        const host::Variable& variable = table.GetVariable(i);
-        variables.push_back(
-            {variable.fName, variable.fWidth, static_cast<command::Level>(variable.fLevel), variable.fWhyText});
-    }
-    return {std::move(variables), table.Source()};
 }
 
 class ModelRun {
@@ -88,7 +79,7 @@ public:
 private:
     void Run(const command::CommandTree& tree, std::shared_ptr<host::Table> table) {
         command::CommandError error;
-        const auto specification = command::Resolve(tree, VariablesOf(*table), error);
+        const auto specification = command::Resolve(tree, app::VariablesOf(*table), error);
         if (!specification) {
             ADD_FAILURE() << error.Message();
             return;

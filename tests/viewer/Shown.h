@@ -49,6 +49,13 @@ inline std::vector<double> RowOf(const TableView& table, const std::string& row,
     return values;
 }
 
+/// Makes these keys the record's warnings.
+inline void Warn(HRFTOutputStats& stats, const Texts& keys) {
+    stats.GetWarningList().clear();
+    for (const std::string& key : keys)
+        stats.GetWarningList().push_back({key, {}});
+}
+
 /// The record of a document that has everything, changed as a test wants it, and what the viewer makes of it.
 class Shown {
 public:

@@ -136,6 +136,7 @@ private:
         return fCovariances[term].fGroup.empty() ? 0 : fCovariances[term].fGroup[subject];
     }
     const GroupState& State(int term, int subject) const { return fTerms[term].fGroups[Group(term, subject)]; }
+    static Places AllPositions(int columns);
     Eigen::Map<const Eigen::MatrixXd> Own(int term, int subject) const;
     Eigen::Map<const Eigen::MatrixXd> Met(int subject) const;
     Eigen::Map<const Eigen::MatrixXd> ScaledMet(int subject) const;
