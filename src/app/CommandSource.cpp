@@ -6,7 +6,6 @@
 #include "app/Variables.h"
 #include "command/CommandParser.h"
 #include "command/Words.h"
-#include "host/data/DataFile.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -164,8 +163,7 @@ void ApplyOption(command::CommandTree& tree, const CommandOption& option, const 
         throw Failure{kWrongUse, error.Message()};
 }
 
-std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes) {
-    if (wishes.fFile.empty()) throw Failure{kWrongUse, "no data are named; give --data FILE or /DATA FILE='...'"};
+host::DataOptions DataOptionsOf(const command::DataWishes& wishes) {
     host::DataOptions options;
     options.fSchemaFile = wishes.fSchema;
     options.fDecimalComma = wishes.fDecimalComma;
@@ -175,7 +173,12 @@ std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes) {
     options.fWeight = wishes.fWeight;
     options.fSplitBy = wishes.fvSplitBy;
     options.fFilter = wishes.fFilter;
-    host::Outcome<std::shared_ptr<host::Table>> table = host::OpenDataFile(wishes.fFile, options);
+    return options;
+}
+
+std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes) {
+    if (wishes.fFile.empty()) throw Failure{kWrongUse, "no data are named; give --data FILE or /DATA FILE='...'"};
+    host::Outcome<std::shared_ptr<host::Table>> table = host::OpenDataFile(wishes.fFile, DataOptionsOf(wishes));
     if (!table) throw Failure{kFileError, table.Error().Message()};
     return *table;
 }

@@ -4,7 +4,7 @@
 #include "command/CommandTree.h"
 #include "command/Formula.h"
 #include "command/Specification.h"
-#include "host/data/Table.h"
+#include "host/data/DataFile.h"
 
 #include <memory>
 #include <optional>
@@ -36,6 +36,9 @@ private:
 
 /// Puts an option over a command. Throws Failure.
 void ApplyOption(command::CommandTree& tree, const CommandOption& option, const std::string& text);
+
+/// How data are to be read for a command.
+host::DataOptions DataOptionsOf(const command::DataWishes& wishes);
 
 /// The table that the command names. Throws Failure.
 std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes);

@@ -1,72 +1,18 @@
 #include "app/Options.h"
 
 #include "app/ExitCode.h"
+#include "app/ResultWriter.h"
+#include "app/ShellHelp.h"
 #include "app/Terminal.h"
+#include "app/Version.h"
 #include "command/Keywords.h"
 #include "command/Words.h"
+#include "report/PageAssets.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
 namespace app {
-
-const std::vector<CommandOption>& CommandOptions() {
-    static const std::vector<CommandOption> options{
-        {"--data", "DATA", "FILE", OptionForm::kText, "data file, CSV or TSV with a header line"},
-        {"--data-schema", "DATA", "SCHEMA", OptionForm::kText,
-         "table schema of the data: labels, levels, missing values"},
-        {"--nominal", "DATA", "NOMINAL", OptionForm::kNames, "variables to take as nominal: a,b"},
-        {"--ordinal", "DATA", "ORDINAL", OptionForm::kNames, "variables to take as ordinal: a,b"},
-        {"--missing", "DATA", "MISSING", OptionForm::kNames, "texts that mean a missing value: NA,-99"},
-        {"--decimal-comma", "DATA", "DECIMAL_COMMA", OptionForm::kWord, "yes: 1,5 is one and a half"},
-        {"--filter", "DATA", "FILTER", OptionForm::kText, "condition that rows must meet, as in 'x > 2'"},
-        {"--split-by", "DATA", "SPLIT_BY", OptionForm::kNames, "a model for each combination of their values: a,b"},
-        {"--weight", "DATA", "WEIGHT", OptionForm::kNames, "frequency weight: how many records a row stands for"},
-        {"--regression-weight", "FIELDS", "REGRESSION_WEIGHT", OptionForm::kNames, "divides the residual variance"},
-        {"--repeated", "DATA_STRUCTURE", "REPEATED_MEASURES", OptionForm::kMeasures,
-         "repeated measures and their subjects: 'time | subject'"},
-        {"--rcov", "DATA_STRUCTURE", "COVARIANCE_TYPE", OptionForm::kWord,
-         "residual covariance structure: AR1, UN, ..."},
-        {"--rgroup", "DATA_STRUCTURE", "GROUPING", OptionForm::kNames,
-         "own residual parameters for each of its values"},
-        {"--spatial", "DATA_STRUCTURE", "SPCOORDS", OptionForm::kNames, "coordinates of a spatial structure: x,y"},
-        {"--kronecker", "DATA_STRUCTURE", "KRONECKER_MEASURES", OptionForm::kNames,
-         "which repeated measures the second factor of UN_UN, UN_AR1 or UN_CS has"},
-        {"--family", "TARGET_OPTIONS", "DISTRIBUTION", OptionForm::kFamily,
-         "normal, binomial, poisson, gamma, inverse-gaussian, negbin, ordinal or nominal"},
-        {"--link", "TARGET_OPTIONS", "LINK", OptionForm::kItems,
-         "identity, log, logc, logit, probit, cloglog, nloglog, cauchit or power(p)"},
-        {"--trials", "TARGET_OPTIONS", "TRIALS", OptionForm::kItems,
-         "variable or number of trials of a binomial target"},
-        {"--offset", "TARGET_OPTIONS", "OFFSET", OptionForm::kItems, "variable or number that the predictor gains"},
-        {"--target-order", "TARGET_OPTIONS", "ORDER", OptionForm::kWord,
-         "order of the target's categories: ascending or descending"},
-        {"--target-reference", "TARGET_OPTIONS", "REFERENCE", OptionForm::kText,
-         "reference category of the target: first, last or its value"},
-        {"--dispersion", "TARGET_OPTIONS", "DISPERSION", OptionForm::kItems,
-         "fixed dispersion of a negative binomial target"},
-        {"--method", "BUILD_OPTIONS", "METHOD", OptionForm::kWord, "reml or ml"},
-        {"--df", "BUILD_OPTIONS", "DF_METHOD", OptionForm::kWord, "residual, satterthwaite or kenward-roger"},
-        {"--type", "BUILD_OPTIONS", "ANALYSIS_TYPE", OptionForm::kItems, "type of the tests of effects, 1 or 3"},
-        {"--level", "BUILD_OPTIONS", "CONFIDENCE_LEVEL", OptionForm::kItems, "confidence level in percent"},
-        {"--max-iter", "BUILD_OPTIONS", "MAX_ITERATIONS", OptionForm::kItems, "largest number of iterations"},
-        {"--emmeans", "EMMEANS", "TABLES", OptionForm::kItems,
-         "estimated means of factors and their combinations: a,a*b"},
-        {"--contrast", "EMMEANS", "CONTRAST", OptionForm::kWord,
-         "compares the first factor: pairwise, deviation, simple"},
-        {"--reference", "EMMEANS", "REFERENCE", OptionForm::kText,
-         "level that a simple contrast compares with: first, last or its value"},
-        {"--adjust", "EMMEANS", "ADJUST", OptionForm::kWord,
-         "adjustment of the contrasts: lsd, seqbonferroni, seqsidak"},
-        {"--at", "EMMEANS", "AT", OptionForm::kItems, "covariates of the means held at values: x=2.5"},
-        {"--emm-scale", "EMMEANS", "SCALE", OptionForm::kWord, "scale of the means: original or link"},
-        {"--test", "TEST", "ROWS", OptionForm::kItems, "custom test, rows of coefficients: 'a(1 -1 0); a(0 1 -1)'"},
-        {"--print", "PRINT", "", OptionForm::kItems, "further tables: corb,covb,testcov,history(1),..."},
-        {"--save", "OUTFILE", "DATA", OptionForm::kText, "write the data with predictions and residuals to this file"},
-        {"--scores", "SAVE", "", OptionForm::kItems, "what --save adds: fxpred,pred,resid,sefixp,sepred,dffixp,dfpred"},
-        {"--model-out", "OUTFILE", "MODEL", OptionForm::kText, "write the fitted model to this file, as PMML"}};
-    return options;
-}
 
 namespace {
 
@@ -89,7 +35,10 @@ class CommandLine {
 public:
     explicit CommandLine(Options& options) : fOptions(options) {
         fProgram.require_subcommand(1);
-        fProgram.set_version_flag("--version", "hierfit " HIERFIT_VERSION);
+        fProgram.set_version_flag("--version", [] {
+            const bool charts = *report::kChartScript != '\0';
+            return VersionText() + (charts ? "charts on pages: yes" : "charts on pages: no");
+        });
         fProgram.get_formatter()->column_width(38);
 
         CLI::App* fit = AddTask("fit", "Fit a model from a formula", Task::kFit);
@@ -121,6 +70,12 @@ public:
         predict->add_option("-o,--output", fOptions.fOutput, "write the data with the predictions to this file");
         predict->add_flag("--strict", fOptions.fStrict, "refuse data that lack or change what the model needs");
         predict->add_flag("--quiet", fOptions.fQuiet, "no remarks");
+
+        AddText("completion", "Print a completion script for a shell")
+            ->add_option("shell", fShell, "the shell")
+            ->required()
+            ->check(CLI::IsMember({"bash", "zsh"}));
+        AddText("manual", "Print the manual page, as roff");
     }
 
     std::optional<int> Read(int argc, char** argv) {
@@ -130,6 +85,10 @@ public:
             if (error.get_exit_code() == 0) return fProgram.exit(error);
             Complain(WhatIsWrong(error, argc, argv));
             return kWrongUse;
+        }
+        if (const std::optional<std::string> text = AskedText()) {
+            WriteResults("", *text);
+            return kFitted;
         }
         for (const CommandOption& option : CommandOptions())
             if (fTexts.count(option.fFlag) && fGiven[option.fFlag])
@@ -176,6 +135,15 @@ private:
         return added;
     }
 
+    /// A task that prints what it says of the program itself, and runs nothing.
+    CLI::App* AddText(const char* name, const char* help) { return fProgram.add_subcommand(name, help); }
+
+    std::optional<std::string> AskedText() const {
+        if (fProgram.got_subcommand("manual")) return ManualPage(fProgram, HIERFIT_VERSION);
+        if (!fProgram.got_subcommand("completion")) return std::nullopt;
+        return fShell == "bash" ? BashCompletion(fProgram) : ZshCompletion(fProgram);
+    }
+
     static const CommandOption& FindOption(std::string_view flag) {
         const auto& options = CommandOptions();
         return *std::find_if(options.begin(), options.end(),
@@ -216,6 +184,7 @@ private:
 
     Options& fOptions;
     CLI::App fProgram{"Linear and generalized linear mixed models", "hierfit"};
+    std::string fShell;  ///< completion
     std::map<std::string, std::string> fTexts;
     std::map<std::string, bool> fGiven;
 };

@@ -1,24 +1,15 @@
 #include "app/Session.h"
 
-#include "app/CallBack.h"
 #include "app/CommandSource.h"
 #include "app/DebugDump.h"
 #include "app/ExitCode.h"
+#include "app/ModelRun.h"
 #include "app/OutputFiles.h"
 #include "app/Predict.h"
 #include "app/ResultWriter.h"
-#include "app/ScoringWalk.h"
 #include "app/StopSignal.h"
 #include "app/Terminal.h"
-#include "command/ParsedBlock.h"
-#include "contracts/Host.h"
-#include "host/data/DataSource.h"
 #include "host/data/SavedDataWriter.h"
-#include "host/output/OutputDocument.h"
-#include "procedure/MixDriver.h"
-#include "report/OwnTables.h"
-#include "report/TextRenderer.h"
-#include "run/RunValue.h"
 
 #include <algorithm>
 
@@ -26,41 +17,34 @@ namespace app {
 
 namespace {
 
-/// The messages of a document by level, as sentences.
-struct MessageCollector : output::Visitor {
-    void Show(const output::Message& message) override {
-        if (message.fLevel >= kLevelError) fErrors.push_back(report::MessageText(message, host::Catalogue::Current()));
-    }
-    std::vector<std::string> fErrors;
-};
-
-/// One run of the procedure on a table.
+/// One run of the program: a run of the procedure, and where its results go.
 class Session {
 public:
     Session(const Options& options, std::shared_ptr<host::Table> table, const command::Specification& specification)
-        : fOptions(options),
-          fpTable(std::move(table)),
-          fBlock(command::WriteBlock(specification)),
-          fSaveFile(specification.fFiles.fData),
-          fDocument("Mixed Model Analysis") {
+        : fOptions(options), fRun(std::move(table), specification) {
         if (fOptions.fShow.empty()) fOptions.fShow = DefaultHalf(specification);
-        command::FillRunValue(specification, fRun);
-        fRun.fThreads = options.fThreads;
-        fRun.fStop = StopSignal::Asked;
-        fRun.fWishes.fDocuments = fOptions.fShow != "classic";
-        fRun.fWishes.fRandomEffects = fOptions.fFormat == Format::kJson;
+        run::RunValue& value = fRun.Value();
+        value.fThreads = options.fThreads;
+        value.fStop = StopSignal::Asked;
+        value.fWishes.fDocuments = fOptions.fShow != "classic";
+        value.fWishes.fRandomEffects = fOptions.fFormat == Format::kJson;
+        const std::string file = specification.fFiles.fData;
+        if (file.empty()) return;
+        fRun.fTakeScores = [this, file](QVTA_DataSourceImpl& source) {
+            fSaveProblem = host::WriteWithSaved(source, file);
+        };
     }
 
     int Run(const std::string& command) {
         Drive();
         if (StopSignal::Asked()) throw Failure{kStopped, "stopped by the user"};
         ReportErrors();
-        if (AnythingFitted() || fOptions.fFormat == Format::kJson)
-            WriteResults(fOptions.fOutput, RenderResults(fOptions, fRun, fDocument, command));
-        if (AnythingFitted()) WriteCharts(fOptions, fDocument);
+        if (fRun.AnythingFitted() || fOptions.fFormat == Format::kJson)
+            WriteResults(fOptions.fOutput, RenderResults(fOptions, fRun.Value(), fRun.Document(), command));
+        if (fRun.AnythingFitted()) WriteCharts(fOptions, fRun.Document());
         if (fSaveProblem) Complain(fSaveProblem->Message());
-        if (fRun.fFileFailed || fSaveProblem) return kFileError;
-        return AllFitted() ? kFitted : kNotFitted;
+        if (fRun.Value().fFileFailed || fSaveProblem) return kFileError;
+        return fRun.AllFitted() ? kFitted : kNotFitted;
     }
 
 private:
@@ -71,74 +55,22 @@ private:
     }
 
     void Drive() {
-        const host::OutputScope output(fDocument);
-        const run::Scope run(fRun);
         Progress progress(!fOptions.fQuiet);
-        fRun.fProgress = [&](const std::string& phase, double share) { progress.Show(phase, share); };
-        ProcedureDataSource source(host::MakeDataSource(fpTable));
-        fDocument.SetData(&source);
-        BpProcedure procedure = fDocument.Procedure();
-        EXPOSEMIX(fBlock.Slots(), fBlock.Texts());
-        fDocument.SetHalf(output::Half::kClassic);
-        {
-            const DebugDump debug(fOptions.fDebug);
-            MixDriver(fBlock.Cells(), procedure, source);
-        }
-        fDocument.SetHalf(output::Half::kBoth);
-        if (fRun.fWishes.fDocuments && !StopSignal::Asked()) CallBack(fRun, fDocument, source);
-        fRun.fProgress = nullptr;
-        if (!fSaveFile.empty()) SaveScores(source);
-        if (!StopSignal::Asked()) report::AddOwnTables(fRun, fDocument);
-        fDocument.SetData(nullptr);
+        fRun.Value().fProgress = [&](const std::string& phase, double share) { progress.Show(phase, share); };
+        const DebugDump debug(fOptions.fDebug);
+        fRun.Drive(fOptions.fShow == "classic" ? Halves::kClassic : Halves::kBoth);
     }
 
-    bool AnythingFitted() const {
-        return std::any_of(fRun.fvResults.begin(), fRun.fvResults.end(),
-                           [](const run::SplitResult& result) { return result.fpModel != nullptr; });
-    }
-
-    void SaveScores(ProcedureDataSource& source) {
-        if (fRun.fFatal || StopSignal::Asked() || !AnythingFitted()) return;
-        ScoreData(fBlock, fRun, source);
-        if (StopSignal::Asked()) return;
-        fSaveProblem = host::WriteWithSaved(source.Impl(), fSaveFile);
-    }
-
-    /// One line for what kept a model from being fitted: the output's message and the sentence behind it. The messages
-    /// of splits, and of doubtful results, are notes in the output, and said here too.
     void ReportErrors() const {
-        MessageCollector collector;
-        fDocument.Root().Visit(collector);
-        for (const run::SplitResult& result : fRun.fvResults) {
-            for (const run::Message& message : result.fFigures.fMessages) {
-                const bool shown = message.fLevel == "error" && result.fName.empty();
-                if (message.fText.empty() || shown || fOptions.fQuiet) continue;
-                Remark((result.fName.empty() ? "" : result.fName + ": ") + message.fText);
-            }
-        }
-        std::vector<std::string>& errors = collector.fErrors;
-        if (errors.size() == 2 && fRun.fvResults.size() == 1) {
-            const std::size_t prefix = errors[1].find(": ");
-            errors[0] += " " + errors[1].substr(prefix == std::string::npos ? 0 : prefix + 2);
-            errors.pop_back();
-        }
-        for (const std::string& error : errors)
+        if (!fOptions.fQuiet)
+            for (const std::string& note : fRun.Notes())
+                Remark(note);
+        for (const std::string& error : fRun.Errors())
             Complain(error);
     }
 
-    bool AllFitted() const {
-        if (fRun.fFatal || fRun.fvResults.size() < fpTable->Splits().size() || fRun.fvResults.empty()) return false;
-        return std::all_of(fRun.fvResults.begin(), fRun.fvResults.end(), [](const run::SplitResult& result) {
-            return result.fpModel != nullptr && result.fFigures.fConverged;
-        });
-    }
-
     Options fOptions;
-    std::shared_ptr<host::Table> fpTable;
-    command::ParsedBlock fBlock;
-    std::string fSaveFile;  ///< data with scores; empty: none
-    host::OutputDocument fDocument;
-    run::RunValue fRun;
+    ModelRun fRun;
     std::optional<host::DataError> fSaveProblem;
 };
 

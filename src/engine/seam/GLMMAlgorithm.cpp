@@ -72,6 +72,8 @@ struct GLMMAlgorithm::Impl {
     void Keep(engine::ModelSpec spec, engine::GlmmResult result, engine::TargetSpec target,
               const engine::RecordView& records);
     void LeaveDocuments();
+    void LeaveModel();
+    void WriteModel(const MCApplicInfo4XML& application, std::ostream& stream) const;
     void AddMeans(engine::KeptModel& model, const engine::RecordView& records);
     engine::DocumentSource Documents() const;
     bool WantsDocuments() const;
@@ -164,7 +166,10 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted
     fpModel = model;
     if (!fpRun) return;
     fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
-    if (fpRun->fWishes.fDocuments) LeaveDocuments();
+    if (fpRun->fWishes.fDocuments)
+        LeaveDocuments();
+    else if (fpRun->fWishes.fFiles)
+        LeaveModel();
 }
 
 /// What follows from the fit on request: estimated means and custom tests.
@@ -207,6 +212,22 @@ void GLMMAlgorithm::Impl::LeaveDocuments() {
     }
 }
 
+/// Without a second half the run leaves what a model file would hold.
+void GLMMAlgorithm::Impl::LeaveModel() {
+    std::ostringstream model;
+    WriteModel({}, model);
+    fpRun->Result(fpRun->fSplitOrdinal).fPMML = std::move(model).str();
+}
+
+/// The model with what scoring needs.
+void GLMMAlgorithm::Impl::WriteModel(const MCApplicInfo4XML& application, std::ostream& stream) const {
+    engine::DocumentSource source = Documents();
+    const engine::ScoringContent scoring = engine::MakeScoringContent(source.fFit, source.fSpec, source.fGeneralized,
+                                                                      source.fTarget, source.fVariables, source.fRun);
+    source.fpScoring = &scoring;
+    engine::WritePmml(source, application, stream);
+}
+
 GLMMAlgorithm::GLMMAlgorithm(GLMMSettings const& settings, MCVarList const& variables)
     : fpImpl(std::make_unique<Impl>(settings, variables)) {}
 
@@ -243,15 +264,11 @@ MCStatus GLMMAlgorithm::Score(Record const& record, std::vector<double>& scores,
 MCStatus GLMMAlgorithm::ExportModel(std::ostream& stream, MCApplicInfo4XML* application) {
     if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
     const MCApplicInfo4XML info = application ? *application : MCApplicInfo4XML();
-    engine::DocumentSource source = fpImpl->Documents();
     if (fpImpl->fpRun && fpImpl->fpRun->fParameterFile) {
-        engine::WriteParameterFile(source, info, stream);
+        engine::WriteParameterFile(fpImpl->Documents(), info, stream);
         return fpImpl->StreamStatus(stream);
     }
-    const engine::ScoringContent scoring = engine::MakeScoringContent(source.fFit, source.fSpec, source.fGeneralized,
-                                                                      source.fTarget, source.fVariables, source.fRun);
-    source.fpScoring = &scoring;
-    engine::WritePmml(source, info, stream);
+    fpImpl->WriteModel(info, stream);
     return fpImpl->StreamStatus(stream);
 }
 

@@ -1,0 +1,91 @@
+#include "app/ModelRun.h"
+
+#include "app/CallBack.h"
+#include "app/ScoringWalk.h"
+#include "contracts/Host.h"
+#include "host/data/DataSource.h"
+#include "procedure/MixDriver.h"
+#include "report/OwnTables.h"
+#include "report/TextRenderer.h"
+
+#include <algorithm>
+
+namespace app {
+
+namespace {
+
+/// The errors of a document, as sentences.
+struct ErrorCollector : output::Visitor {
+    void Show(const output::Message& message) override {
+        if (message.fLevel >= kLevelError) fErrors.push_back(report::MessageText(message, host::Catalogue::Current()));
+    }
+    std::vector<std::string> fErrors;
+};
+
+}  // namespace
+
+ModelRun::ModelRun(std::shared_ptr<const host::Table> table, const command::Specification& specification)
+    : fpTable(std::move(table)), fBlock(command::WriteBlock(specification)), fDocument("Mixed Model Analysis") {
+    command::FillRunValue(specification, fRun);
+}
+
+void ModelRun::Drive(Halves halves) {
+    const host::OutputScope output(fDocument);
+    const run::Scope run(fRun);
+    ProcedureDataSource source(host::MakeDataSource(fpTable));
+    fDocument.SetData(&source);
+    BpProcedure procedure = fDocument.Procedure();
+    EXPOSEMIX(fBlock.Slots(), fBlock.Texts());
+    fDocument.SetHalf(output::Half::kClassic);
+    MixDriver(fBlock.Cells(), procedure, source);
+    fDocument.SetHalf(output::Half::kBoth);
+    if (halves == Halves::kBoth && !Stopped()) CallBack(fRun, fDocument, source);
+    fRun.fProgress = nullptr;
+    if (fTakeScores) Score(source);
+    if (!Stopped()) report::AddOwnTables(fRun, fDocument);
+    fDocument.SetData(nullptr);
+}
+
+void ModelRun::Score(ProcedureDataSource& source) {
+    if (fRun.fFatal || Stopped() || !AnythingFitted()) return;
+    ScoreData(fBlock, fRun, source);
+    if (!Stopped()) fTakeScores(source.Impl());
+}
+
+bool ModelRun::AnythingFitted() const {
+    return std::any_of(fRun.fvResults.begin(), fRun.fvResults.end(),
+                       [](const run::SplitResult& result) { return result.fpModel != nullptr; });
+}
+
+bool ModelRun::AllFitted() const {
+    if (fRun.fFatal || fRun.fvResults.size() < fpTable->Splits().size() || fRun.fvResults.empty()) return false;
+    return std::all_of(fRun.fvResults.begin(), fRun.fvResults.end(), [](const run::SplitResult& result) {
+        return result.fpModel != nullptr && result.fFigures.fConverged;
+    });
+}
+
+std::vector<std::string> ModelRun::Errors() const {
+    ErrorCollector collector;
+    fDocument.Root().Visit(collector);
+    std::vector<std::string>& errors = collector.fErrors;
+    if (errors.size() == 2 && fRun.fvResults.size() == 1) {
+        const std::size_t prefix = errors[1].find(": ");
+        errors[0] += " " + errors[1].substr(prefix == std::string::npos ? 0 : prefix + 2);
+        errors.pop_back();
+    }
+    return errors;
+}
+
+std::vector<std::string> ModelRun::Notes() const {
+    std::vector<std::string> notes;
+    for (const run::SplitResult& result : fRun.fvResults) {
+        for (const run::Message& message : result.fFigures.fMessages) {
+            const bool shown = message.fLevel == "error" && result.fName.empty();
+            if (message.fText.empty() || shown) continue;
+            notes.push_back((result.fName.empty() ? "" : result.fName + ": ") + message.fText);
+        }
+    }
+    return notes;
+}
+
+}  // namespace app

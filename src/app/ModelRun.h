@@ -1,0 +1,57 @@
+#pragma once
+
+#include "command/ParsedBlock.h"
+#include "command/Specification.h"
+#include "host/data/SavedDataWriter.h"
+#include "host/data/Table.h"
+#include "host/output/OutputDocument.h"
+#include "run/RunValue.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace app {
+
+/// Which of the output's halves a run writes.
+enum class Halves { kClassic, kBoth };
+
+/// One run of the procedure on a table, from a resolved command to the output tree and the figures. It writes nothing
+/// but the files that the command names.
+class ModelRun {
+public:
+    ModelRun(std::shared_ptr<const host::Table> table, const command::Specification& specification);
+
+    /// What to set before Drive: wishes, threads, stop, progress; and what is left after it.
+    run::RunValue& Value() { return fRun; }
+    const run::RunValue& Value() const { return fRun; }
+    const host::OutputDocument& Document() const { return fDocument; }
+
+    /// The run, once. The viewer's half is read from the documents, which are among the wishes then.
+    void Drive(Halves halves);
+
+    /// Called towards the end of Drive with the columns that the command saves, in the data's order of rows. Not called
+    /// when nothing was fitted or the run was stopped.
+    std::function<void(QVTA_DataSourceImpl&)> fTakeScores;
+
+    bool Stopped() const { return fRun.fStop && fRun.fStop(); }
+    bool AnythingFitted() const;
+    bool AllFitted() const;
+
+    /// One line for each thing that kept a model from being fitted: the output's message and the sentence behind it.
+    std::vector<std::string> Errors() const;
+    /// Messages of splits, and of doubtful results, which are notes in the output.
+    std::vector<std::string> Notes() const;
+
+private:
+    void Score(ProcedureDataSource& source);
+
+    std::shared_ptr<const host::Table> fpTable;
+    command::ParsedBlock fBlock;
+    host::OutputDocument fDocument;
+    run::RunValue fRun;
+};
+
+}  // namespace app
