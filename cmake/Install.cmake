@@ -5,7 +5,8 @@ include(CMakePackageConfigHelpers)
 set_target_properties(libhierfit PROPERTIES EXPORT_NAME hierfit)
 set_target_properties(libhierfithost PROPERTIES EXPORT_NAME host)
 set_target_properties(hierfitparts PROPERTIES EXPORT_NAME archive)
-target_include_directories(libhierfithost INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_include_directories(libhierfithost INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+  $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/inc/embed> $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/inc/run>)
 target_compile_features(libhierfithost INTERFACE cxx_std_20)
 install(TARGETS hierfit RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS libhierfit libhierfithost hierfitparts EXPORT hierfitTargets

@@ -48,8 +48,8 @@ int main(int argc, char** argv) {
     std::printf("first record: %s %.3f\n", fit->fScores.front().fName.c_str(), fit->fScores.front().fNumbers.front());
 
     // The fitted model is a text that can be kept; it predicts for people who were in the study, and for others.
-    const auto later = hierfit::Predict(
-        model.fModel, hierfit::Data().Numbers("days", {12, 12}).Texts("subject", {"308", "somebody"}));
+    const auto later =
+        hierfit::Predict(model.fModel, hierfit::Data().Numbers("days", {12, 12}).Texts("subject", {"308", "somebody"}));
     if (!later) return std::fprintf(stderr, "sleep_study: %s\n", later.Error().fText.c_str()), 1;
     for (const hierfit::Column& column : later->fColumns)
         if (column.fName == "PRED_1") std::printf("day 12: %.1f and %.1f\n", column.fNumbers[0], column.fNumbers[1]);
