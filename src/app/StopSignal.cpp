@@ -1,6 +1,7 @@
 #include "app/StopSignal.h"
 
 #include "app/ExitCode.h"
+#include "host/output/FileStore.h"
 
 #include <csignal>
 #include <string_view>
@@ -15,17 +16,22 @@ volatile std::sig_atomic_t gAsked = 0;
 
 constexpr suseconds_t kPatience = 900'000;  // microseconds
 
+[[noreturn]] void EndAtOnce() {
+    host::FileStore::RemoveUnfinished();
+    constexpr std::string_view kLast = "hierfit: stopped by the user\n";
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, kLast.data(), kLast.size());
+    _exit(kStopped);
+}
+
 void OnSignal(int) {
-    if (gAsked) _exit(kStopped);
+    if (gAsked) EndAtOnce();
     gAsked = 1;
     const itimerval once = {{0, 0}, {0, kPatience}};
     setitimer(ITIMER_REAL, &once, nullptr);
 }
 
 void OnTimeOut(int) {
-    constexpr std::string_view kLast = "hierfit: stopped by the user\n";
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, kLast.data(), kLast.size());
-    _exit(kStopped);
+    EndAtOnce();
 }
 
 }  // namespace

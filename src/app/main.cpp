@@ -2,9 +2,12 @@
 #include "app/Session.h"
 #include "app/StopSignal.h"
 #include "app/Terminal.h"
+#include "host/output/FileStore.h"
 
 #include <exception>
 #include <new>
+#include <string_view>
+#include <unistd.h>
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -20,9 +23,45 @@ void KeepFreedMemory() {
 #endif
 }
 
+constexpr const char* kNoMemory = "there is not enough memory for this model and these data";
+
+/// The end of an exception that nobody can catch, thrown before main or while another leaves a function: a library that
+/// is refused memory in a destructor throws one. The message is written without asking for memory.
+[[noreturn]] void OnTerminate() {
+    host::FileStore::RemoveUnfinished();
+    const auto say = [](std::string_view text) {
+        [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+    };
+    say("hierfit: ");
+    try {
+        if (const std::exception_ptr failure = std::current_exception()) std::rethrow_exception(failure);
+        say("the run ended unexpectedly");
+    } catch (const std::bad_alloc&) {
+        say(kNoMemory);
+    } catch (const std::exception& error) {
+        say("the run ended unexpectedly: ");
+        say(error.what());
+    } catch (...) {
+        say("the run ended unexpectedly");
+    }
+    say("\n");
+    _exit(app::kNotFitted);
+}
+
+/// Ahead of the libraries' own objects.
+[[gnu::constructor(101)]] void HaveLastWords() {
+    std::set_terminate(OnTerminate);
+}
+
+/// However the program ends, no file is left half written.
+struct Tidy {
+    ~Tidy() { host::FileStore::RemoveUnfinished(); }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    const Tidy tidy;
     KeepFreedMemory();
     app::StopSignal::Watch();
     app::Options options;
@@ -33,7 +72,7 @@ int main(int argc, char** argv) {
         app::Complain(failure.fText);
         return failure.fCode;
     } catch (const std::bad_alloc&) {
-        app::Complain("there is not enough memory for this model and these data");
+        app::Complain(kNoMemory);
         return app::kNotFitted;
     } catch (const std::exception& error) {
         app::Complain(std::string("the run ended unexpectedly: ") + error.what());

@@ -3,6 +3,7 @@
 #include "viewer/ChartText.h"
 
 #include <algorithm>
+#include <new>
 
 using viewer::NumberText;
 
@@ -55,6 +56,8 @@ void HRFTCharts::DrawPredictedByObserved() {
         document.SetChartData(data);
         document.applyCTemplate(false);
         document.SendChart(true, false, false);
+    } catch (const std::bad_alloc&) {
+        throw;  // lack of memory ends the run: no chart is left out in silence
     } catch (...) {
         // The chart is lost, and the output goes on with the next table.
     }

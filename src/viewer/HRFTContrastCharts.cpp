@@ -1,6 +1,8 @@
 #include "viewer/ChartText.h"
 #include "viewer/HRFTCharts.h"
 
+#include <new>
+
 /// Deviation and simple contrasts: each category's mean as a bar from a horizontal line, the overall mean or the mean
 /// of the reference category. A contrast takes two rows: the first at the line, the second at the mean.
 
@@ -247,6 +249,8 @@ void HRFTCharts::DrawContrastChart(const EmmeansData& block) {
         document.SetDescription(title);
         document.applyCTemplate(false);
         document.SendChart(true, false, false);
+    } catch (const std::bad_alloc&) {
+        throw;  // lack of memory ends the run: no chart is left out in silence
     } catch (...) {
         // The chart is lost, and the block goes on with its tests.
     }

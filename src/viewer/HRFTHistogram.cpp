@@ -2,6 +2,7 @@
 #include "viewer/HRFTCharts.h"
 
 #include <algorithm>
+#include <new>
 
 /// The target's histogram, which stands inside of the two diagrams.
 
@@ -98,6 +99,8 @@ void HRFTCharts::EmbedTargetHistogram(std::string& text) {
     } catch (JNIException* exception) {
         // The diagram goes without its histogram; the object belongs to the machine.
         [[maybe_unused]] const JNIException* const kept = exception;
+    } catch (const std::bad_alloc&) {
+        throw;  // lack of memory ends the run: no chart is left out in silence
     } catch (...) {
         // Likewise.
     }

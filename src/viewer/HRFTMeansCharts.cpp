@@ -2,6 +2,7 @@
 #include "viewer/HRFTCharts.h"
 
 #include <algorithm>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -32,6 +33,8 @@ void RelabelWherePossible(XDocument& document, const char* name, const QVTA_Vari
     if (!variable) return;
     try {
         viewer::Relabel(document.getExternalGraph().getVariable(name, 0), *variable);
+    } catch (const std::bad_alloc&) {
+        throw;  // lack of memory ends the run: no chart is left out in silence
     } catch (...) {
         // The axis shows plain values.
     }
@@ -278,6 +281,8 @@ void HRFTCharts::DrawCustomEffectsChart(const EmmeansData& block) {
         }
         document.applyCTemplate(false);
         document.SendChart(true, false, false);
+    } catch (const std::bad_alloc&) {
+        throw;  // lack of memory ends the run: no chart is left out in silence
     } catch (...) {
         // The chart is lost, and the block goes on with its contrasts.
     }

@@ -2,6 +2,7 @@
 #include "viewer/HRFTCharts.h"
 
 #include <algorithm>
+#include <new>
 #include <numeric>
 #include <utility>
 
@@ -203,6 +204,8 @@ void HRFTCharts::DrawPairwiseGraph(const EmmeansData& block) {
         document.SetChartData(network.Data());
         document.applyCTemplate(false);
         document.SendChart(true, false, false);
+    } catch (const std::bad_alloc&) {
+        throw;  // lack of memory ends the run: no chart is left out in silence
     } catch (...) {
         // The graph is lost, and the block goes on with its tests.
     }

@@ -1,6 +1,7 @@
 #include "contracts/EngineVariables.h"
 
 #include <iterator>
+#include <new>
 #include <pugixml.hpp>
 #include <set>
 #include <string>
@@ -53,8 +54,10 @@ MCPMMLParser::~MCPMMLParser() = default;
 
 bool MCPMMLParser::ParseToDOM(std::istream& document) {
     const std::string text(std::istreambuf_iterator<char>(document), {});
-    return fpImpl->fDocument.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8) &&
-           fpImpl->fDocument.child("PMML").child("DataDictionary");
+    const pugi::xml_parse_result result =
+        fpImpl->fDocument.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+    if (result.status == pugi::status_out_of_memory) throw std::bad_alloc();
+    return result && fpImpl->fDocument.child("PMML").child("DataDictionary");
 }
 
 bool MCPMMLParser::FillVarList(MCVarList& list, const std::vector<std::string>& names, bool withCategories) {

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <pugixml.hpp>
 
 namespace engine {
@@ -453,6 +454,7 @@ ScoringContent ReadScoring(const std::string& document, std::string& problem) {
     pugi::xml_document parsed;
     const pugi::xml_parse_result result =
         parsed.load_buffer(document.data(), document.size(), pugi::parse_default, pugi::encoding_utf8);
+    if (result.status == pugi::status_out_of_memory) throw std::bad_alloc();
     if (!result) {
         problem = std::string("isn't whole XML: ") + result.description() + " at byte " +
                   std::to_string(result.offset + 1) + "; write the model file again";

@@ -24,6 +24,7 @@ namespace engine {
 namespace {
 
 constexpr long kInvalidSettings = 130009;
+constexpr long kNotBuilt = 130018;
 constexpr long kMachineFailed = 130089;
 constexpr long kFileError = 130093;
 
@@ -74,6 +75,7 @@ struct GLMMAlgorithm::Impl {
     void LeaveDocuments();
     void LeaveModel();
     void WriteModel(const MCApplicInfo4XML& application, std::ostream& stream) const;
+    void GiveUpForMemory();
     void AddMeans(engine::KeptModel& model, const engine::RecordView& records);
     engine::DocumentSource Documents() const;
     bool WantsDocuments() const;
@@ -228,6 +230,21 @@ void GLMMAlgorithm::Impl::WriteModel(const MCApplicInfo4XML& application, std::o
     engine::WritePmml(source, application, stream);
 }
 
+/// Whatever was fitted before the memory ran out, nothing of it is shown.
+void GLMMAlgorithm::Impl::GiveUpForMemory() {
+    const char* const remedy =
+        "There is not enough memory for this model: leave out an effect with many levels, or use a larger machine.";
+    fpModel = nullptr;
+    fStatus = MCStatus(engine::kNotBuilt, false);
+    fStatus.SetDetail(remedy);
+    if (!fpRun) return;
+    run::SplitResult failed;
+    failed.fSplit = fpRun->fSplit;
+    failed.fName = fpRun->fSplitName;
+    failed.fFigures.fMessages.push_back({"error", engine::kNotBuilt, remedy});
+    fpRun->Result(fpRun->fSplitOrdinal) = std::move(failed);
+}
+
 GLMMAlgorithm::GLMMAlgorithm(GLMMSettings const& settings, MCVarList const& variables)
     : fpImpl(std::make_unique<Impl>(settings, variables)) {}
 
@@ -239,10 +256,7 @@ MCStatus GLMMAlgorithm::BuildModel(MultiPassRecordIter& data, MultiPassRecordIte
         const bool kept = fpImpl->fpRun && fpImpl->fpRun->fScoring;
         return kept ? fpImpl->TakeKeptModel() : fpImpl->Fit(data);
     } catch (const std::bad_alloc&) {
-        fpImpl->fStatus = MCStatus(engine::kMachineFailed, false);
-        fpImpl->fStatus.SetDetail(
-            "The model needs more memory than the machine has: leave out an effect with many levels, or use a larger "
-            "machine.");
+        fpImpl->GiveUpForMemory();
     }
     return fpImpl->fStatus;
 }

@@ -2,6 +2,7 @@
 
 #include "host/charts/ChartMarkup.h"
 #include "host/charts/ChartRows.h"
+#include "host/documents/XmlMemory.h"
 #include "host/output/OutputDocument.h"
 
 #include <cstdio>
@@ -61,6 +62,7 @@ output::ChartField ChartDeclaration::Labelled(const output::ChartSource& source,
 
 ChartDocument::ChartDocument(const std::string& text) {
     const auto parsed = fXml.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_declaration);
+    CheckXmlMemory();
     fGood = parsed && Chart() && !TooDeep(fXml);
     if (!fGood) return;
     for (const pugi::xml_node& source : Chart().children("source")) {
@@ -211,5 +213,6 @@ std::string ViZEditor::EmbedHistogramInGraph(const std::string& graph, const std
         std::string fText;
     } writer;
     inset.print(writer, "", pugi::format_raw);
+    host::CheckXmlMemory();
     return graph.substr(0, end) + writer.fText + "\n" + graph.substr(end);
 }

@@ -1,6 +1,7 @@
 #include "contracts/ChartService.h"
 #include "host/charts/BuiltInCharts.h"
 #include "host/charts/ChartMarkup.h"
+#include "host/documents/XmlMemory.h"
 
 #include <fmt/format.h>
 #include <fstream>
@@ -90,10 +91,13 @@ bool XViZTemplate::convert(std::string& text, std::string& scratch) const {
     scratch.clear();
     const char* built = host::FindBuiltInChart(fpImpl->fName + ".xml");
     pugi::xml_document document;
-    if (!built || !document.load_string(built, pugi::parse_default | pugi::parse_declaration)) return false;
+    if (!built) return false;
+    const bool whole = document.load_string(built, pugi::parse_default | pugi::parse_declaration);
     const pugi::xml_node chart = document.child("chart");
     fpImpl->FillVariables(chart);
     fpImpl->FillLabels(chart);
+    host::CheckXmlMemory();
+    if (!whole) return false;
     TextWriter writer;
     document.save(writer, "  ", pugi::format_default);
     text = std::move(writer.fText);

@@ -1,4 +1,5 @@
 #include "contracts/CustomProcedure.h"
+#include "host/documents/XmlMemory.h"
 
 #include <algorithm>
 #include <cctype>
@@ -61,7 +62,9 @@ SDOMXMLWrapper* SDOMXMLWrapper::LoadFromString(const std::string& text) {
     *fpImpl = Impl();
     if (text.size() > kMostBytes || NestsTooDeeply(text)) return nullptr;
     auto document = std::make_shared<pugi::xml_document>();
-    if (!document->load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8)) return nullptr;
+    const bool whole = document->load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+    host::CheckXmlMemory();
+    if (!whole) return nullptr;
     fpImpl->fNode = document->document_element();
     fpImpl->fpDocument = std::move(document);
     return fpImpl->fNode ? this : nullptr;

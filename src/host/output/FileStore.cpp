@@ -35,26 +35,34 @@ FileStore& FileStore::Instance() {
     return store;
 }
 
+std::atomic<FileStore::Unfinished*> FileStore::gpNewest{nullptr};
+
+FileStore::Unfinished* FileStore::Find(const std::string& name) {
+    for (Unfinished* file = gpNewest; file; file = file->fpNext)
+        if (file->fThere && file->fName == name) return file;
+    return nullptr;
+}
+
 std::string FileStore::Begin(const std::string& name) {
-    std::string path = fmt::format("{}.part{}", name, getpid());
-    fUnfinished[name] = path;
+    const std::string path = fmt::format("{}.part{}", name, getpid());
+    if (!Find(name)) gpNewest = new Unfinished{name, path, true, gpNewest};
     return path;
 }
 
 void FileStore::Refuse(const std::string& name, int error) {
-    fUnfinished.erase(name);
+    if (Unfinished* const file = Find(name)) file->fThere = false;
     fvFailures.emplace_back(name, error);
 }
 
 void FileStore::Finish(const std::string& name, bool whole) {
-    const auto unfinished = fUnfinished.find(name);
-    if (unfinished == fUnfinished.end()) return;
-    const std::string path = unfinished->second;
-    fUnfinished.erase(unfinished);
+    Unfinished* const file = Find(name);
+    if (!file) return;
     errno = ENOSPC;  // what a stream that went bad has most often met
-    if (whole && Flushed(path) && rename(path.c_str(), name.c_str()) == 0) return;
-    fvFailures.emplace_back(name, errno);
-    unlink(path.c_str());
+    const bool moved = whole && Flushed(file->fPath) && rename(file->fPath.c_str(), name.c_str()) == 0;
+    const int error = errno;
+    if (!moved) unlink(file->fPath.c_str());
+    file->fThere = false;
+    if (!moved) fvFailures.emplace_back(name, error);
 }
 
 void FileStore::Remove(const std::string& name) {
@@ -63,10 +71,9 @@ void FileStore::Remove(const std::string& name) {
     if (error) fvFailures.emplace_back(name, error.value());
 }
 
-void FileStore::RemoveUnfinished() {
-    for (const auto& [name, path] : fUnfinished)
-        unlink(path.c_str());
-    fUnfinished.clear();
+void FileStore::RemoveUnfinished() noexcept {
+    for (Unfinished* file = gpNewest; file; file = file->fpNext)
+        if (file->fThere.exchange(false)) unlink(file->fPath.c_str());
 }
 
 void FileStore::Clear() {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -22,10 +22,20 @@ public:
     /// A sentence a failure, in order; empties the list and removes what was never finished.
     std::vector<std::string> TakeFailures();
 
-private:
-    void RemoveUnfinished();
+    /// Removes what was never finished. Safe in a signal handler: for an end that allows nothing else.
+    static void RemoveUnfinished() noexcept;
 
-    std::map<std::string, std::string> fUnfinished;  ///< path by name
+private:
+    /// A file on its way. Never freed, since a signal may come while the list is walked; there are few.
+    struct Unfinished {
+        std::string fName;
+        std::string fPath;
+        std::atomic<bool> fThere;
+        Unfinished* fpNext;
+    };
+    static Unfinished* Find(const std::string& name);
+
+    static std::atomic<Unfinished*> gpNewest;
     std::vector<std::pair<std::string, int>> fvFailures;
 };
 
