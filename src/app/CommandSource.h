@@ -41,6 +41,6 @@ void ApplyOption(command::CommandTree& tree, const CommandOption& option, const 
 host::DataOptions DataOptionsOf(const command::DataWishes& wishes);
 
 /// The table that the command names. Throws Failure.
-std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes);
+std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes, bool quiet);
 
 }  // namespace app

@@ -39,9 +39,10 @@ void ModelRun::Drive(Halves halves) {
     fDocument.SetHalf(output::Half::kClassic);
     MixDriver(fBlock.Cells(), procedure, source);
     fDocument.SetHalf(output::Half::kBoth);
+    fRun.Say({.fPhase = "making tables"});
     if (halves == Halves::kBoth && !Stopped()) CallBack(fRun, fDocument, source);
-    fRun.fProgress = nullptr;
     if (fTakeScores) Score(source);
+    fRun.fProgress = nullptr;
     if (!Stopped()) report::AddOwnTables(fRun, fDocument);
     fDocument.SetData(nullptr);
 }

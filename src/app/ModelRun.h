@@ -36,6 +36,9 @@ public:
     /// when nothing was fitted or the run was stopped.
     std::function<void(QVTA_DataSourceImpl&)> fTakeScores;
 
+    /// 0 without split variables.
+    std::size_t SplitCount() const { return fpTable->SplitIndices().empty() ? 0 : fpTable->Splits().size(); }
+
     bool Stopped() const { return fRun.fStop && fRun.fStop(); }
     bool AnythingFitted() const;
     bool AllFitted() const;

@@ -58,7 +58,7 @@ int Predict(const Options& options) {
     std::string problem;
     const auto model = engine::StoredModel::Read(ReadModelFile(options.fModelFile), problem);
     if (!model) throw Failure{kFileError, options.fModelFile + ": " + problem};
-    const std::shared_ptr<host::Table> table = OpenTable(wishes);
+    const std::shared_ptr<host::Table> table = OpenTable(wishes, options.fQuiet);
     Predictor predictor(*model, *table);
     if (!predictor.Problem().empty()) throw Failure{kFileError, predictor.Problem()};
     predictor.Run();

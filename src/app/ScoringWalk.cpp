@@ -51,8 +51,10 @@ void ScoreData(command::ParsedBlock& block, run::RunValue& run, ProcedureDataSou
         if (!factory.GetInputAdapter()->GetSplitFile()) break;
     }
     if (stopped() || !factory.PrepareScoringPass()) return;
-    while (!stopped() && factory.StartNewSplit(true))
+    while (!stopped() && factory.StartNewSplit(true)) {
+        run.Say({.fPhase = "scoring"});
         factory.ScoringDataPass();
+    }
 }
 
 }  // namespace app

@@ -56,7 +56,10 @@ private:
 
     void Drive() {
         Progress progress(!fOptions.fQuiet);
-        fRun.Value().fProgress = [&](const std::string& phase, double share) { progress.Show(phase, share); };
+        run::RunValue& value = fRun.Value();
+        value.fProgress = [&](const run::Progress& state) {
+            progress.Show(state, value.fSplitOrdinal + 1, fRun.SplitCount());
+        };
         const DebugDump debug(fOptions.fDebug);
         fRun.Drive(fOptions.fShow == "classic" ? Halves::kClassic : Halves::kBoth);
     }
@@ -84,7 +87,7 @@ int FitOrRun(const Options& options) {
     CommandSource source(options);
     CheckOutput(options.fOutput);
     CheckChartsDirectory(options.fChartsDirectory);
-    const std::shared_ptr<host::Table> table = OpenTable(source.Data());
+    const std::shared_ptr<host::Table> table = OpenTable(source.Data(), options.fQuiet);
     const command::Specification specification = source.Resolve(*table);
     CheckFiles(specification.fFiles, options.fOutput, source.Data().fFile);
     if (specification.fFiles.fData.empty() && !specification.fvSaved.empty())
@@ -103,7 +106,7 @@ int FitOrRun(const Options& options) {
 int Check(const Options& options) {
     CommandSource source(options);
     const bool hasData = !source.Data().fFile.empty();
-    if (hasData) source.Resolve(*OpenTable(source.Data()));
+    if (hasData) source.Resolve(*OpenTable(source.Data(), options.fQuiet));
     if (!options.fQuiet)
         WriteResults("", hasData ? "The command is right for its data.\n"
                                  : "The command is right as far as it can be checked without data.\n");
@@ -113,7 +116,7 @@ int Check(const Options& options) {
 int Describe(const Options& options) {
     command::DataWishes wishes;
     wishes.fFile = options.fDataFile;
-    const std::shared_ptr<host::Table> table = OpenTable(wishes);
+    const std::shared_ptr<host::Table> table = OpenTable(wishes, options.fQuiet);
     std::size_t width = 8;
     for (int i = 0; i < table->VariableCount(); ++i)
         width = std::max(width, table->GetVariable(i).fName.size());

@@ -1,6 +1,7 @@
 #include "app/Terminal.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -33,19 +34,62 @@ Progress::~Progress() {
     Clear();
 }
 
-void Progress::Show(const std::string& phase, double share) {
+namespace {
+
+/// A time span as people say it: "40 s", "3 min", "2 h 10 min".
+std::string SpanText(double seconds) {
+    const auto minutes = static_cast<long>(std::lround(seconds / 60.0));
+    if (seconds < 60.0) return std::to_string(std::lround(seconds)) + " s";
+    if (minutes < 60) return std::to_string(minutes) + " min";
+    return std::to_string(minutes / 60) + " h " + std::to_string(minutes % 60) + " min";
+}
+
+std::string ProgressText(const run::Progress& progress, int split, std::size_t splits, double share) {
+    std::string line = progress.fPhase;
+    if (splits > 0) line += " split " + std::to_string(split) + " of " + std::to_string(splits);
+    if (progress.fIteration > 0) line += ", iteration " + std::to_string(progress.fIteration);
+    if (progress.fChange > 0.0) {
+        char change[32];
+        std::snprintf(change, sizeof change, ", change %.2g", progress.fChange);
+        line += change;
+    }
+    if (share >= 0.0) line += ", " + std::to_string(static_cast<int>(100.0 * std::min(share, 1.0))) + " %";
+    return line;
+}
+
+}  // namespace
+
+void Progress::Show(const run::Progress& progress, int split, std::size_t splits) {
     if (!fWanted) return;
-    std::string line = phase;
-    if (share >= 0.0) line += " " + std::to_string(static_cast<int>(100.0 * std::min(share, 1.0))) + " %";
-    if (line == fShown) return;
-    Clear();
-    std::fputs(line.c_str(), stderr);
+    const Clock::time_point now = Clock::now();
+    double share = progress.fShare;
+    if (share < 0.0 && splits > 0) share = (split - 1.0) / static_cast<double>(splits);
+    // The phases of a split belong to one walk over all of them.
+    if (share < fShare || (splits == 0 && fPhase != progress.fPhase)) fPhaseBegan = now;
+    fPhase = progress.fPhase;
+    fShare = share;
+    constexpr std::chrono::milliseconds kPatience{500}, kPace{100};
+    if (now - fBegan < kPatience || now - fWritten < kPace) return;
+    fWritten = now;
+    std::string line = ProgressText(progress, split, splits, share);
+    const double spent = std::chrono::duration<double>(now - fPhaseBegan).count();
+    const double left = spent * (1.0 - share) / share;
+    if (share > 0.05 && spent > 1.0 && left >= 1.0) line += ", " + SpanText(left) + " left";
+    Write(line);
+}
+
+void Progress::Write(const std::string& line) {
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+    fShown = line.substr(0, known ? size.ws_col - 1 : 79);
+    std::fprintf(stderr, "\r\033[K%s", fShown.c_str());
     std::fflush(stderr);
-    fShown = std::move(line);
 }
 
 void Progress::Clear() {
-    if (!fShown.empty()) std::fputs("\r\033[K", stderr);
+    if (fShown.empty()) return;
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
     fShown.clear();
 }
 

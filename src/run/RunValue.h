@@ -137,6 +137,14 @@ struct Wishes {
     bool fRandomEffects = true;  ///< predictions of the random effects in the figures
 };
 
+/// How far a run is, for those who wait.
+struct Progress {
+    const char* fPhase = "";
+    double fShare = -1.0;  ///< of the phase that is done, 0 to 1; negative when unknown
+    int fIteration = 0;    ///< of a fit; 0 none
+    double fChange = 0.0;  ///< of the objective in that iteration; 0 unknown
+};
+
 struct RunValue {
     /// Set by the host before the run.
     Target fTarget;
@@ -149,7 +157,7 @@ struct RunValue {
     int fThreads = 0;                                    ///< 0: all cores
     std::size_t fMemoryBudget = std::size_t(256) << 20;  ///< bytes the adapter may sort in memory
     std::function<bool()> fStop;                         ///< the user has asked to stop
-    std::function<void(const std::string& phase, double share)> fProgress;
+    std::function<void(const Progress&)> fProgress;      ///< called now and then, from the run's own thread
 
     /// Kept by the adapter during the run.
     HiddenColumns fHidden;
@@ -167,6 +175,9 @@ struct RunValue {
     std::vector<SplitResult> fvResults;
     bool fScoring = false;  ///< this walk only scores: models are taken from fvResults
 
+    void Say(const Progress& progress) const {
+        if (fProgress) fProgress(progress);
+    }
     SplitResult& Result(int ordinal) {
         if (static_cast<int>(fvResults.size()) <= ordinal) fvResults.resize(ordinal + 1);
         return fvResults[ordinal];

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "engine/crossed/CrossedEquations.h"
+#include "engine/model/Matrices.h"
 #include "engine/structures/Structure.h"
 
-#include <Eigen/Dense>
 #include <cmath>
 #include <memory>
 #include <numbers>

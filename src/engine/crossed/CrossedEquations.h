@@ -2,9 +2,9 @@
 
 #include "engine/crossed/CrossedStatistics.h"
 #include "engine/crossed/SchurComplement.h"
+#include "engine/model/Matrices.h"
 #include "engine/structures/Structure.h"
 
-#include <Eigen/Dense>
 #include <cstdint>
 #include <functional>
 #include <limits>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "engine/crossed/CrossedStatistics.h"
+#include "engine/model/Matrices.h"
 #include "engine/model/Workers.h"
 
-#include <Eigen/Dense>
 #include <memory>
 #include <vector>
 

@@ -2,8 +2,7 @@
 
 #include "engine/glmm/WorkingModel.h"
 #include "engine/lmm/LmmFit.h"
-
-#include <Eigen/Dense>
+#include "engine/model/Matrices.h"
 
 namespace engine {
 

@@ -3,10 +3,10 @@
 #include "engine/glmm/TargetSpec.h"
 #include "engine/lmm/FitResult.h"
 #include "engine/lmm/FixedBasis.h"
+#include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 #include "engine/model/Workers.h"
 
-#include <Eigen/Dense>
 #include <memory>
 #include <vector>
 

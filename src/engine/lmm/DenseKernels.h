@@ -1,8 +1,7 @@
 #pragma once
 
+#include "engine/model/Matrices.h"
 #include "engine/model/Workers.h"
-
-#include <Eigen/Dense>
 
 namespace engine {
 

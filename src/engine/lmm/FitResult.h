@@ -1,8 +1,8 @@
 #pragma once
 
+#include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 
-#include <Eigen/Dense>
 #include <limits>
 #include <memory>
 #include <string>

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "engine/model/EffectDesign.h"
+#include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 #include "engine/model/Workers.h"
 
-#include <Eigen/Dense>
 #include <vector>
 
 namespace engine {

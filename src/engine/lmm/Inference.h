@@ -3,8 +3,8 @@
 #include "engine/lmm/FitResult.h"
 #include "engine/lmm/FixedBasis.h"
 #include "engine/lmm/Objective.h"
+#include "engine/model/Matrices.h"
 
-#include <Eigen/Dense>
 #include <memory>
 #include <vector>
 

@@ -4,10 +4,10 @@
 #include "engine/lmm/FixedBasis.h"
 #include "engine/lmm/ParameterLayout.h"
 #include "engine/model/EffectDesign.h"
+#include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 #include "engine/model/Workers.h"
 
-#include <Eigen/Dense>
 #include <memory>
 #include <vector>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "engine/lmm/ParameterLayout.h"
+#include "engine/model/Matrices.h"
 
-#include <Eigen/Dense>
 #include <vector>
 
 namespace engine {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 #include "engine/structures/Structure.h"
 
-#include <Eigen/Dense>
 #include <memory>
 #include <vector>
 

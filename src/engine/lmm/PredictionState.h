@@ -1,8 +1,8 @@
 #pragma once
 
 #include "engine/lmm/RandomSource.h"
+#include "engine/model/Matrices.h"
 
-#include <Eigen/Dense>
 #include <string>
 #include <unordered_map>
 #include <vector>

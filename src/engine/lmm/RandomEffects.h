@@ -3,8 +3,8 @@
 #include "engine/lmm/FitResult.h"
 #include "engine/lmm/LmmProblem.h"
 #include "engine/lmm/Objective.h"
+#include "engine/model/Matrices.h"
 
-#include <Eigen/Dense>
 #include <string>
 #include <unordered_map>
 #include <vector>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "engine/lmm/FitResult.h"
+#include "engine/model/Matrices.h"
 
-#include <Eigen/Dense>
 #include <memory>
 #include <vector>
 

@@ -2,8 +2,8 @@
 
 #include "engine/lmm/LmmProblem.h"
 #include "engine/lmm/ParameterLayout.h"
+#include "engine/model/Matrices.h"
 
-#include <Eigen/Dense>
 #include <vector>
 
 namespace engine {

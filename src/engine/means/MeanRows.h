@@ -1,9 +1,9 @@
 #pragma once
 
 #include "engine/model/EffectDesign.h"
+#include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 
-#include <Eigen/Dense>
 #include <vector>
 
 namespace engine {

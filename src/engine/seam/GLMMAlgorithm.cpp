@@ -162,12 +162,14 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted
     model->fFit = std::move(fit);
     model->fGeneralized = std::move(fitted.fModel);
     model->fTarget = std::move(target);
+    if (fpRun) fpRun->Say({.fPhase = "estimating means"});
     AddMeans(*model, records);
     // Scoring and files come when the records may be gone.
     if (!fvScoreTypes.empty() || (fpRun && fpRun->fWishes.fFiles)) model->fFit.KeepPredictions();
     fpModel = model;
     if (!fpRun) return;
     fpRun->Result(fpRun->fSplitOrdinal).fpModel = model;
+    if (WantsDocuments()) fpRun->Say({.fPhase = "writing documents"});
     if (fpRun->fWishes.fDocuments)
         LeaveDocuments();
     else if (fpRun->fWishes.fFiles)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace engine {
 
@@ -76,8 +77,11 @@ void AddRunChoices(const run::RunValue& run, ModelSpec& spec) {
     if (hidden.fOffset >= 0) spec.fOffset = hidden.fOffset;
     if (run.fTarget.fOffsetValue != 0.0) spec.fOffsetValue = run.fTarget.fOffsetValue;
     if (run.fProgress) {
-        spec.fProgress = [&run, limit = spec.fMaxIterations](const FitProgress& progress) {
-            run.fProgress("fitting", static_cast<double>(progress.fIteration) / limit);
+        run.Say({.fPhase = "fitting"});
+        spec.fProgress = [&run, before = 0.0](const FitProgress& progress) mutable {
+            const double change = progress.fIteration > 1 ? std::abs(before - progress.fObjective) : 0.0;
+            run.Say({.fPhase = "fitting", .fIteration = progress.fIteration, .fChange = change});
+            before = progress.fObjective;
         };
     }
 }

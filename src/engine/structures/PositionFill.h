@@ -1,6 +1,7 @@
 #pragma once
 
-#include <Eigen/Dense>
+#include "engine/model/Matrices.h"
+
 #include <algorithm>
 #include <vector>
 

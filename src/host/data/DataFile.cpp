@@ -97,7 +97,8 @@ Outcome<std::shared_ptr<Table>> OpenDataFile(const std::string& file, const Data
         if (!read) return read.Error();
         schema = std::move(*read);
     }
-    const DelimitedOptions delimited{options.fSeparator, options.fDecimalComma, options.fMissing, options.fPlace};
+    const DelimitedOptions delimited{options.fSeparator, options.fDecimalComma, options.fMissing, options.fPlace,
+                                     options.fProgress};
     auto content = ReadDelimited(file, delimited, schema);
     if (!content) return content.Error();
     return FinishTable(std::move(*content), options);

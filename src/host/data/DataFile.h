@@ -4,6 +4,7 @@
 #include "host/data/ScratchStore.h"
 #include "host/data/Table.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,15 +13,16 @@ namespace host {
 
 /// How a data file is to be read. Variables are named as the file's header has them.
 struct DataOptions {
-    std::string fSchemaFile;            ///< Table Schema; empty: the one beside the file, if any
-    char fSeparator = '\0';             ///< 0: by the extension and the header line
-    bool fDecimalComma = false;         ///< 1,5 is one and a half
-    std::vector<std::string> fMissing;  ///< texts that mean "missing" besides the empty field, in every column
-    std::vector<std::string> fNominal;  ///< variables to be taken as nominal
-    std::vector<std::string> fOrdinal;  ///< variables to be taken as ordinal
-    std::string fWeight;                ///< the frequency weight; empty: none
-    std::vector<std::string> fSplitBy;  ///< split variables, the outermost first
-    std::string fFilter;                ///< a condition that rows have to meet (see Filter); empty: all rows
+    std::string fSchemaFile;                ///< Table Schema; empty: the one beside the file, if any
+    char fSeparator = '\0';                 ///< 0: by the extension and the header line
+    bool fDecimalComma = false;             ///< 1,5 is one and a half
+    std::vector<std::string> fMissing;      ///< texts that mean "missing" besides the empty field, in every column
+    std::vector<std::string> fNominal;      ///< variables to be taken as nominal
+    std::vector<std::string> fOrdinal;      ///< variables to be taken as ordinal
+    std::string fWeight;                    ///< the frequency weight; empty: none
+    std::vector<std::string> fSplitBy;      ///< split variables, the outermost first
+    std::string fFilter;                    ///< a condition that rows have to meet (see Filter); empty: all rows
+    std::function<void(double)> fProgress;  ///< told now and then what share of the file is read; may be empty
     ScratchPlace fPlace;
     std::size_t fWindowBytes = std::size_t{64} << 20;  ///< memory for putting rows in split order
 };

@@ -58,8 +58,10 @@ public:
         for (CellSink& sink : fSinks)
             Allocate(sink);
         scanner.SetBlockRows(fContent.fBlockRows);
-        if (!scanner.ReadRows(std::numeric_limits<std::uint64_t>::max(),
-                              [this](std::size_t rows) { return WriteBlock(rows); }))
+        if (!scanner.ReadRows(std::numeric_limits<std::uint64_t>::max(), [this, &scanner](std::size_t rows) {
+                Report(scanner.BytesRead());
+                return WriteBlock(rows);
+            }))
             return scanner.Error() ? *scanner.Error() : StoreError();
         fContent.fRows = fContent.fInputRows = scanner.RowCount();
         if (fContent.fRows == 0) return Fail("the file has a header but no rows");
@@ -86,6 +88,7 @@ private:
             return Refuse(Fail(std::string("the file can't be read: ") + std::strerror(errno)));
         if (S_ISDIR(facts.st_mode)) return Refuse(Fail("this is a directory; name a CSV or TSV file"));
         if (!S_ISREG(facts.st_mode)) return Spool(descriptor);
+        fBytes = static_cast<double>(facts.st_size);
         posix_fadvise(descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         return true;
     }
@@ -173,6 +176,10 @@ private:
         if (sink.fMode != CellSink::Mode::kText) return;
         sink.fCodes.resize(fContent.fBlockRows);
         if (!sink.fPool) sink.fPool = std::make_shared<StringPool>(fOptions.fPlace);
+    }
+
+    void Report(std::uint64_t read) const {
+        if (fOptions.fProgress && fBytes > 0) fOptions.fProgress(static_cast<double>(read) / fBytes);
     }
 
     bool WriteBlock(std::size_t rows) {
@@ -312,6 +319,7 @@ private:
     std::string fFile;
     const DelimitedOptions& fOptions;
     const TableSchema& fSchema;
+    double fBytes = 0.0;  ///< of the file; 0 when that isn't known
     std::vector<CellSink> fSinks;
     TableContent fContent{fOptions.fPlace};
     std::optional<DataError> fError;

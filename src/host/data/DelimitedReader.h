@@ -4,6 +4,7 @@
 #include "host/data/Table.h"
 #include "host/data/TableSchema.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,9 @@ struct DelimitedOptions {
     char fSeparator = '\0';  ///< 0: a tab for .tsv and .tab; else the comma, or in a header without commas the
                              ///< semicolon or tab that it has, or with a decimal comma the semicolon
     bool fDecimalComma = false;
-    std::vector<std::string> fMissing;  ///< texts that mean "missing" besides the empty field and the schema's
-    ScratchPlace fPlace;                ///< of the columns
+    std::vector<std::string> fMissing;      ///< texts that mean "missing" besides the empty field and the schema's
+    ScratchPlace fPlace;                    ///< of the columns
+    std::function<void(double)> fProgress;  ///< see DataOptions
 };
 
 /// Reads a file of separated values (RFC 4180: quotes, doubled quotes, line breaks within quotes; lines end in LF or

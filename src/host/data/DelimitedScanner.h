@@ -67,6 +67,7 @@ public:
     /// The sinks skip all columns.
     bool NextRaw(std::string_view& record);
 
+    std::uint64_t BytesRead() const { return fOffset; }
     std::uint64_t RowCount() const { return fRows; }
     const std::optional<DataError>& Error() const { return fError; }
 
