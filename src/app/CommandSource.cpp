@@ -3,7 +3,6 @@
 #include "app/CallBack.h"
 #include "app/ExitCode.h"
 #include "app/MeansOptions.h"
-#include "app/Terminal.h"
 #include "app/Variables.h"
 #include "command/CommandParser.h"
 #include "command/Words.h"
@@ -175,16 +174,6 @@ host::DataOptions DataOptionsOf(const command::DataWishes& wishes) {
     options.fSplitBy = wishes.fvSplitBy;
     options.fFilter = wishes.fFilter;
     return options;
-}
-
-std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes, bool quiet) {
-    if (wishes.fFile.empty()) throw Failure{kWrongUse, "no data are named; give --data FILE or /DATA FILE='...'"};
-    host::DataOptions options = DataOptionsOf(wishes);
-    Progress progress(!quiet);
-    options.fProgress = [&](double share) { progress.Show({.fPhase = "reading", .fShare = share}); };
-    host::Outcome<std::shared_ptr<host::Table>> table = host::OpenDataFile(wishes.fFile, options);
-    if (!table) throw Failure{kFileError, table.Error().Message()};
-    return *table;
 }
 
 }  // namespace app

@@ -40,7 +40,4 @@ void ApplyOption(command::CommandTree& tree, const CommandOption& option, const 
 /// How data are to be read for a command.
 host::DataOptions DataOptionsOf(const command::DataWishes& wishes);
 
-/// The table that the command names. Throws Failure.
-std::shared_ptr<host::Table> OpenTable(const command::DataWishes& wishes, bool quiet);
-
 }  // namespace app

@@ -1,6 +1,7 @@
 #include "app/Predict.h"
 
 #include "app/CommandSource.h"
+#include "app/DataTable.h"
 #include "app/ExitCode.h"
 #include "app/OutputFiles.h"
 #include "app/Predictor.h"

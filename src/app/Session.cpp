@@ -1,6 +1,7 @@
 #include "app/Session.h"
 
 #include "app/CommandSource.h"
+#include "app/DataTable.h"
 #include "app/DebugDump.h"
 #include "app/ExitCode.h"
 #include "app/ModelRun.h"
