@@ -4,9 +4,12 @@
 #include "app/Terminal.h"
 #include "host/output/FileStore.h"
 
+#include <cstdio>
 #include <exception>
+#include <iostream>
 #include <new>
 #include <string_view>
+#include <sys/resource.h>
 #include <unistd.h>
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -58,11 +61,8 @@ struct Tidy {
     ~Tidy() { host::FileStore::RemoveUnfinished(); }
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     const Tidy tidy;
-    KeepFreedMemory();
     app::StopSignal::Watch();
     app::Options options;
     try {
@@ -78,4 +78,23 @@ int main(int argc, char** argv) {
         app::Complain(std::string("the run ended unexpectedly: ") + error.what());
         return app::kNotFitted;
     }
+}
+
+/// Where memory is limited, the linear algebra library's own threads may wait for ever for some, and an orderly exit
+/// for them.
+void LeaveAtOnceIfLimited(int code) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return;
+    std::cout.flush();
+    std::fflush(nullptr);
+    _exit(code);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    KeepFreedMemory();
+    const int code = Run(argc, argv);
+    LeaveAtOnceIfLimited(code);
+    return code;
 }

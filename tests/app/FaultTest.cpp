@@ -117,6 +117,33 @@ TEST_P(Faults, EndInOneMessage) {
     RecordProperty("places", static_cast<int>(places.size()));
 }
 
+/// Less and less room, and a model with a matrix of several thousand rows: a message, never a crash and no waiting.
+TEST(Limits, LittleMemoryEndsInAMessage) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer maps more than any limit";
+#endif
+    const Scratch folder;
+    RunShell(
+        "awk 'BEGIN { srand(3); print \"y,x,g,h\"; for (i = 0; i < 20000; ++i) "
+        "print rand() + i % 7 \",\" rand() \",\" i % 1000 \",\" int(rand() * 500) }' > d.csv",
+        folder.Path());
+    int started = 0;
+    for (const int kilobytes : {60'000, 80'000, 100'000, 140'000, 200'000, 300'000, 400'000}) {
+        const Outcome outcome = RunShell("ulimit -v " + std::to_string(kilobytes) +
+                                             "; timeout 120 hierfit fit 'y ~ x + (x | g) + (1 | h)' --data d.csv "
+                                             "--quiet -o r.txt",
+                                         folder.Path());
+        constexpr int kNotLoaded = 127;  // the system had no room for the program's libraries
+        if (outcome.fExit == kNotLoaded) continue;
+        ++started;
+        EXPECT_THAT(outcome.fExit, testing::AnyOf(0, 1)) << kilobytes << "\n" << outcome.fErr;
+        if (outcome.fExit == 1) {
+            EXPECT_THAT(outcome.fErr, testing::HasSubstr("not enough memory"));
+        }
+    }
+    EXPECT_GT(started, 3);
+}
+
 INSTANTIATE_TEST_SUITE_P(Jobs, Faults, testing::Combine(testing::Range(0, 3), testing::Values("memory", "system")),
                          [](const auto& shown) {
                              return std::string(kJobs[std::get<0>(shown.param)].fName) + "_" + std::get<1>(shown.param);

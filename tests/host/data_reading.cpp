@@ -4,6 +4,7 @@
 #include <clocale>
 #include <gmock/gmock.h>
 #include <random>
+#include <utility>
 
 using namespace testing_data;
 using testing::ElementsAre;
@@ -150,6 +151,22 @@ TEST(DataReading, BadFilesSayWhatWhereAndWhatToDo) {
     EXPECT_THAT(host::OpenDataFile("/nowhere/file.csv", {}).Error().Message(),
                 HasSubstr("/nowhere/file.csv: the file can't be opened: No such file"));
     EXPECT_THAT(host::OpenDataFile("/tmp", {}).Error().Message(), HasSubstr("this is a directory"));
+}
+
+TEST(DataReading, AFileThatChangesMeanwhileIsRefused) {
+    const Folder folder;
+    std::string text = "x,y\n";
+    for (int i = 0; i < 500'000; ++i)
+        text += "1,2\n";
+    const std::string file = folder.Write("changing.csv", text);
+    host::DataOptions options;
+    bool changed = false;
+    options.fProgress = [&](double) {
+        if (!std::exchange(changed, true)) std::filesystem::resize_file(file, 1'000'003);
+    };
+    const auto table = host::OpenDataFile(file, options);
+    ASSERT_FALSE(table);
+    EXPECT_THAT(table.Error().Message(), HasSubstr("changed while it was read"));
 }
 
 TEST(DataReading, SpecialTextsInATextColumnAreTexts) {

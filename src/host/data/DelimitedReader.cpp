@@ -46,6 +46,14 @@ public:
     Outcome<TableContent> Read() {
         Descriptor descriptor(open(fFile.c_str(), O_RDONLY | O_CLOEXEC));
         if (!Open(descriptor)) return *fError;
+        Outcome<TableContent> content = ReadFrom(descriptor);
+        // Half of the old and half of the new rows would be a table that never was, or an error that isn't there.
+        if (Changed(descriptor.Get())) return Fail("the file changed while it was read; run again when it is complete");
+        return content;
+    }
+
+private:
+    Outcome<TableContent> ReadFrom(const Descriptor& descriptor) {
         DelimitedScanner::Setup setup{fFile, descriptor.Get(), Separator(), fOptions.fDecimalComma, 1, fOptions.fPlace};
         DelimitedScanner scanner(setup, fSinks);
         std::vector<std::string> names;
@@ -73,7 +81,6 @@ public:
         return std::move(fContent);
     }
 
-private:
     DataError Fail(std::string text) const { return {std::move(text), fFile, 0, {}}; }
     DataError StoreError() const { return {fContent.fStore.Error(), {}, 0, {}}; }
     bool Refuse(DataError error) {
@@ -88,9 +95,17 @@ private:
             return Refuse(Fail(std::string("the file can't be read: ") + std::strerror(errno)));
         if (S_ISDIR(facts.st_mode)) return Refuse(Fail("this is a directory; name a CSV or TSV file"));
         if (!S_ISREG(facts.st_mode)) return Spool(descriptor);
+        fFacts = facts;
         fBytes = static_cast<double>(facts.st_size);
         posix_fadvise(descriptor.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         return true;
+    }
+
+    bool Changed(int file) const {
+        struct stat now {};
+        if (!S_ISREG(fFacts.st_mode) || fstat(file, &now) != 0) return false;
+        return now.st_size != fFacts.st_size || now.st_mtim.tv_sec != fFacts.st_mtim.tv_sec ||
+               now.st_mtim.tv_nsec != fFacts.st_mtim.tv_nsec;
     }
 
     // What can't be read twice (a pipe) is copied to a file that can.
@@ -236,7 +251,6 @@ private:
         const bool done = scanner.ReadRows(end, [&](std::size_t rows) { return FillBlock(block++, rows, sinks); });
         if (scanner.Error()) return Refuse(*scanner.Error());
         if (!done) return Refuse(StoreError());
-        if (scanner.RowCount() < end) return Refuse(Fail("the file changed while it was read; run again"));
         return true;
     }
 
@@ -319,6 +333,7 @@ private:
     std::string fFile;
     const DelimitedOptions& fOptions;
     const TableSchema& fSchema;
+    struct stat fFacts {};
     double fBytes = 0.0;  ///< of the file; 0 when that isn't known
     std::vector<CellSink> fSinks;
     TableContent fContent{fOptions.fPlace};
