@@ -6,6 +6,7 @@
 #include "results/HRFTProcCustom.h"
 
 #include <memory>
+#include <new>
 
 namespace app {
 
@@ -14,7 +15,7 @@ namespace {
 void ShowSplit(const run::SplitResult& result, host::OutputDocument& document, ProcedureDataSource& source,
                host::SourceMetaData& metaData) {
     const std::unique_ptr<HRFTProcCustom> custom(GetCFProcCustom());
-    if (!custom) return;
+    if (!custom) throw std::bad_alloc();
     BpProcedure procedure = document.SplitProcedure();
     custom->SetContext(&procedure, &source, &metaData);
     custom->SetStatJSON({result.fStatJSON});
@@ -56,7 +57,7 @@ std::string RefusedSyntax(const command::CommandTree& tree) {
     host::OutputDocument document("Mixed Model Analysis");
     const host::OutputScope scope(document);
     const std::unique_ptr<HRFTProcCustom> custom(GetCFProcCustom());
-    if (!custom) return {};
+    if (!custom) throw std::bad_alloc();
     CFProcCustom& called = *custom;
     if (called.ProcessSyntax(command::MakeCommandSpec(tree).get(), command::MakeCommandDescriptor().get())) return {};
     FirstMessage message;

@@ -105,6 +105,7 @@ void MIXOutput::DisplayInfoCriteria() {
 void MIXOutput::DisplayEBLUPs() {
     if (!fpComOutputData->GetResults()) return;
     std::ostringstream document;
+    document.exceptions(std::ios::badbit);  // lack of memory is no reason to leave a table out
     if (fpFactory->GetGLMMAlgorithm()->ExportStatJSON(document).IsError()) return;
     MIXJsonOutput(fpProcedure, fpProcDS, fpComOutputData.get(), document.str()).DisplayOutput();
 }

@@ -117,6 +117,7 @@ double ValueAsNumber(const std::string& text, bool& ok) {
 
 std::string NumberText(double value) {
     std::ostringstream stream;
+    stream.exceptions(std::ios::badbit);
     stream.imbue(std::locale::classic());
     stream << value;
     return stream.str();

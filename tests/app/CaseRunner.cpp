@@ -55,4 +55,15 @@ Outcome RunShell(const std::string& command, const fs::path& folder) {
     return outcome;
 }
 
+const std::string& GermanShell() {
+    static const Scratch folder;
+    static const std::string settings = [] {
+        const std::string names = "LOCPATH='" + folder.Path().string() + "' LC_ALL=de_DE.UTF-8 ";
+        const Outcome made =
+            RunShell("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8; " + names + "locale decimal_point", folder.Path());
+        return made.fOut == ",\n" ? names : std::string();
+    }();
+    return settings;
+}
+
 }  // namespace apptest

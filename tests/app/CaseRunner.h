@@ -31,6 +31,9 @@ private:
     std::filesystem::path fPath;
 };
 
+/// Settings of a shell under which numbers have a decimal comma; empty when the machine can't make such a locale.
+const std::string& GermanShell();
+
 std::string ReadFile(const std::filesystem::path& path);
 
 }  // namespace apptest

@@ -200,27 +200,28 @@ engine::DocumentSource GLMMAlgorithm::Impl::Documents() const {
             fpModel->fSummary, fpModel->fMeans, fpModel->fTarget, fpModel->fGeneralized.get()};
 }
 
+/// What write puts into a stream. A stream that lacks memory would end early without a word.
+template <class Write>
+static std::string TextOf(Write write) {
+    std::ostringstream stream;
+    stream.exceptions(std::ios::badbit);
+    write(stream);
+    return std::move(stream).str();
+}
+
 /// The second half of the system is called back with these.
 void GLMMAlgorithm::Impl::LeaveDocuments() {
     run::SplitResult& result = fpRun->Result(fpRun->fSplitOrdinal);
-    std::ostringstream pmml;
-    engine::WritePmml(Documents(), {}, pmml);
-    result.fPMML = std::move(pmml).str();
-    std::ostringstream statXml;
-    engine::WriteStatXml(Documents(), statXml);
-    result.fStatXML = std::move(statXml).str();
-    if (BlupsWanted()) {
-        std::ostringstream json;
-        engine::WriteBlupJson(Documents(), fvBlups, json);
-        result.fStatJSON = std::move(json).str();
-    }
+    result.fPMML = TextOf([this](std::ostream& stream) { engine::WritePmml(Documents(), {}, stream); });
+    result.fStatXML = TextOf([this](std::ostream& stream) { engine::WriteStatXml(Documents(), stream); });
+    if (BlupsWanted())
+        result.fStatJSON =
+            TextOf([this](std::ostream& stream) { engine::WriteBlupJson(Documents(), fvBlups, stream); });
 }
 
 /// Without a second half the run leaves what a model file would hold.
 void GLMMAlgorithm::Impl::LeaveModel() {
-    std::ostringstream model;
-    WriteModel({}, model);
-    fpRun->Result(fpRun->fSplitOrdinal).fPMML = std::move(model).str();
+    fpRun->Result(fpRun->fSplitOrdinal).fPMML = TextOf([this](std::ostream& stream) { WriteModel({}, stream); });
 }
 
 /// The model with what scoring needs.
