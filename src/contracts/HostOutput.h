@@ -242,12 +242,14 @@ private:
     std::string fText;
 };
 
-/// Directories of the host. Virtual operations stand in slot order.
+/// Directories of the host. Virtual operations stand in slot order; the first to be called is the second slot.
 class PathFinder {
 public:
     virtual ~PathFinder() = default;
+    /// The plain instance's directory is for scratch files; that of kind 3 is the base of the program's own files,
+    /// which ends in a separator and has the chart templates in "template".
+    virtual std::string GetDirectory() const = 0;
     virtual std::string GetScratchDirectory() const = 0;
-    virtual std::string GetBaseDirectory() const = 0;
     virtual std::string GetTemplateDirectory() const = 0;
     virtual std::string GetStringTableDirectory() const = 0;
 };

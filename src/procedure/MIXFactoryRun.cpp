@@ -59,7 +59,7 @@ std::unique_ptr<ACADataFileIter> MIXFactory::FillDataFile() {
 }
 
 bool MIXFactory::DumpSortedRecords(ACADataFileIter& data) const {
-    const std::filesystem::path directory = PathFactory::getPathInstance().GetScratchDirectory();
+    const std::filesystem::path directory = PathFactory::getPathInstance().GetDirectory();
     return data.GetTextFile((directory / "mixed_sorted_encoded_records.txt").string());
 }
 

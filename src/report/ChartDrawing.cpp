@@ -1,5 +1,6 @@
 #include "report/ChartDrawing.h"
 
+#include "host/output/FigureText.h"
 #include "report/ChartLevels.h"
 #include "report/DisplayText.h"
 
@@ -24,6 +25,8 @@ using output::Datum;
 
 constexpr std::size_t kMostMarks = 2000;  ///< of one source
 constexpr std::size_t kMostPanels = 36;
+constexpr std::size_t kMostTraces = 12;  ///< lines of one chart
+constexpr std::size_t kMostNodes = 40;   ///< of a network: beyond them the edges are a blot
 constexpr std::size_t kManyLevels = 12;  ///< labels along the axis stand upright from here on
 constexpr double kPointSize = 70;
 constexpr double kLetterWidth = 7.5;  ///< of labels, about
@@ -37,11 +40,24 @@ const char* const kQuiet = "#9AA3AE";
 const char* const kStrong = "#D55E00";
 const char* const kInk = "#39465A";
 
-/// Digits behind the point on an axis: those of the format, or more where the range is narrower than they show.
-std::string AxisFormat(const output::ChartField* field, double range) {
-    if (!field || !field->fFormat || field->fFormat->fType != kFormatNumeric) return {};
-    const int needed = range > 0 ? static_cast<int>(std::ceil(-std::log10(range / 4.0))) : 0;
-    return fmt::format(".{}~f", std::clamp(std::max<int>(field->fFormat->fDecimals, needed), 0, 12));
+constexpr double kLargestPlain = 1e7, kSmallestPlain = 1e-4;
+
+struct Span {
+    double fLeast = std::numeric_limits<double>::infinity();
+    double fMost = -std::numeric_limits<double>::infinity();
+
+    void Widen(double value) {
+        fLeast = std::min(fLeast, value);
+        fMost = std::max(fMost, value);
+    }
+    double Length() const { return fMost > fLeast ? fMost - fLeast : 0.0; }
+};
+
+/// Numbers along an axis all have the digits that tell the ticks apart, as tables write them: no marks between
+/// thousands, an exponent only where the plain form is long.
+const char* AxisFormat(const Span& span) {
+    const double largest = std::max(std::fabs(span.fLeast), std::fabs(span.fMost));
+    return largest >= kLargestPlain || (span.Length() > 0 && span.Length() < kSmallestPlain) ? "e" : "f";
 }
 
 /// One chart's document.
@@ -55,6 +71,10 @@ public:
     }
 
     Json Write() {
+        if (const std::size_t nodes = NetworkNodes(); nodes > kMostNodes) {
+            fNote = fmt::format("A network of {} levels can't be read as a picture; the table has the pairs.", nodes);
+            return {};
+        }
         Json layers = Json::array();
         for (const auto& guide : fChart.fvGuides)
             WriteGuide(guide, layers);
@@ -84,17 +104,42 @@ public:
 private:
     struct Panel {
         std::string fField;
+        std::string fLabel;
         std::string fPrefix;
         Levels fLevels;
     };
 
     void AddPanelField(const std::string& name) {
+        std::string lost;
         for (const ChartSource& source : fChart.fvSources) {
             const int field = source.Find(name);
-            if (field < 0 || !source.HasValues(field)) continue;
-            fvPanels.push_back({name, source.fvFields[static_cast<std::size_t>(field)].fPrefix, {source, field}});
+            if (field < 0) continue;
+            const output::ChartField& facet = source.fvFields[static_cast<std::size_t>(field)];
+            if (!source.HasValues(field)) {
+                lost = facet.fLabel;
+                continue;
+            }
+            fvPanels.push_back({name, facet.fLabel, facet.fPrefix, {source, field}});
             return;
         }
+        // The rows lack one of the two variables that make the panels.
+        if (!lost.empty()) fNote += "The panels do not tell the levels of " + Clean(lost) + " apart; the table does. ";
+    }
+
+    /// Nodes on the fullest circle; 0 where there is none.
+    std::size_t NetworkNodes() const {
+        std::size_t most = 0;
+        for (const ChartLayer& layer : fChart.fvLayers) {
+            const ChartSource* source = layer.fPlace == "around" ? fChart.Source(layer.fSource) : nullptr;
+            std::map<std::vector<Datum>, std::size_t> nodes;
+            for (std::size_t row = 0; source && row < source->fvRows.size(); ++row) {
+                std::vector<Datum> panel;
+                for (const Panel& facet : fvPanels)
+                    panel.push_back(source->At(row, source->Find(facet.fField)));
+                most = std::max(most, ++nodes[panel]);
+            }
+        }
+        return most;
     }
 
     /// Of very many panels the first are drawn.
@@ -104,17 +149,19 @@ private:
             panels *= std::max<std::size_t>(1, panel.fLevels.Size());
         if (panels <= kMostPanels) return;
         fPanelLimit = fvPanels.size() == 1 ? kMostPanels : 6;
-        fNote = "Only the first panels are drawn; the table has all rows. ";
+        fNote += "Only the first panels are drawn; the table has all rows. ";
     }
 
     Json PanelJson(std::size_t k) const {
         Json sort = Json::array();
         for (const Datum& value : fvPanels[k].fLevels.Order())
             sort.push_back(PanelText(k, value));
+        // Values without a prefix stand under their variable's name.
+        const bool named = fvPanels[k].fPrefix.empty() && !fvPanels[k].fLabel.empty();
         return {{"field", fmt::format("p{}", k)},
                 {"type", "nominal"},
                 {"sort", std::move(sort)},
-                {"header", {{"title", nullptr}, {"labelLimit", 260}}}};
+                {"header", {{"title", named ? Json(Clean(fvPanels[k].fLabel)) : Json(nullptr)}, {"labelLimit", 260}}}};
     }
 
     std::string PanelText(std::size_t k, const Datum& value) const {
@@ -233,31 +280,50 @@ private:
     }
 
     /// How far the numbers along an axis reach, over all layers.
-    double AxisRange(const std::string& along) const {
-        double least = std::numeric_limits<double>::infinity(), most = -least;
+    Span AxisSpan(const std::string& along) const {
+        Span span;
         for (const ChartLayer& layer : fChart.fvLayers) {
             const ChartSource* source = fChart.Source(layer.fSource);
             for (const ChartChannel& channel : layer.fvChannels) {
                 if (!source || (channel.fRole != along && channel.fRole != along + "2")) continue;
                 for (std::size_t row = 0; row < source->fvRows.size(); ++row) {
                     const auto* number = std::get_if<double>(&source->At(row, source->Find(channel.fField)));
-                    if (!number || !std::isfinite(*number)) continue;
-                    least = std::min(least, *number);
-                    most = std::max(most, *number);
+                    if (number && std::isfinite(*number)) span.Widen(*number);
                 }
             }
         }
-        return most > least ? most - least : 0.0;
+        return span;
     }
 
-    Json AxisJson(const std::string& along, const output::ChartField* field, const Levels* levelsOrNull) const {
+    /// How an axis writes its numbers: dates as such.
+    void WriteNumbers(const std::string& along, Json& axis) const {
+        if (const auto clock = ClockAlong(along)) {
+            axis["labelExpr"] =
+                fmt::format("utcFormat(datum.value * {}, '{}')", 1000 * clock->fSeconds, clock->fPattern);
+        } else {
+            axis["format"] = AxisFormat(AxisSpan(along));
+        }
+    }
+
+    std::optional<host::ClockForm> ClockAlong(const std::string& along) const {
+        for (const ChartLayer& layer : fChart.fvLayers) {
+            const ChartSource* source = fChart.Source(layer.fSource);
+            const ChartChannel* channel = layer.Channel(along);
+            const int field = source && channel ? source->Find(channel->fField) : -1;
+            if (field < 0) continue;
+            const auto& format = source->fvFields[static_cast<std::size_t>(field)].fFormat;
+            if (const auto clock = format ? host::ClockFormOf(*format) : std::nullopt) return clock;
+        }
+        return std::nullopt;
+    }
+
+    Json AxisJson(const std::string& along, const Levels* levelsOrNull) const {
         const std::size_t levels = levelsOrNull ? levelsOrNull->Size() : 0;
         const output::ChartAxis* axis = fChart.Axis(along);
         if (fChart.fDiagram || (axis && !axis->fVisible)) return nullptr;
         Json json{{"title", axis && !axis->fTitle.empty() ? Json(Clean(axis->fTitle)) : Json(nullptr)}};
         json["labelLimit"] = along == "x" && levels > kManyLevels ? 110 : 160;
-        if (const std::string format = levels > 0 ? "" : AxisFormat(field, AxisRange(along)); !format.empty())
-            json["format"] = format;
+        if (levels == 0) WriteNumbers(along, json);
         if (along == "x" && levels > 0) {
             const bool tight = LongestText(*levelsOrNull) * kLetterWidth * levels > Width();
             json["labelAngle"] = levels > kManyLevels ? -60 : tight ? -35 : 0;
@@ -268,8 +334,7 @@ private:
         return json;
     }
 
-    Json PositionJson(const Column& column, const Rows& rows, const std::string& along) {
-        const output::ChartField& field = rows.fpSource->fvFields[static_cast<std::size_t>(column.fField)];
+    Json PositionJson(const Column& column, const std::string& along) {
         Json json{{"field", column.fKey}, {"type", column.fCategorical ? "nominal" : "quantitative"}};
         const output::ChartAxis* axis = fChart.Axis(along);
         if (column.fCategorical) {
@@ -281,27 +346,18 @@ private:
                 json["scale"]["domain"] = {*axis->fMin, *axis->fMax};
             if (fChart.fDiagram) json["scale"]["domain"] = DiagramDomain(along);
         }
-        json["axis"] = AxisJson(along, &field, column.fpLevels.get());
+        json["axis"] = AxisJson(along, column.fpLevels.get());
         return json;
     }
 
-    /// The plane of a diagram: what the document says, else as far as the nodes go, with room for their labels.
+    /// The plane of a diagram: a circle's with room for the labels around it; an arc's as far as its nodes go.
     Json DiagramDomain(const std::string& along) const {
         const output::ChartAxis* axis = fChart.Axis(along);
-        double least = axis && axis->fMin ? *axis->fMin : 0.0, most = axis && axis->fMax ? *axis->fMax : 0.0;
-        for (const ChartLayer& layer : fChart.fvLayers) {
-            const ChartSource* source = fChart.Source(layer.fSource);
-            const ChartChannel* channel = layer.Channel(along);
-            if (!source || !channel) continue;
-            for (std::size_t row = 0; row < source->fvRows.size(); ++row) {
-                const auto* number = std::get_if<double>(&source->At(row, source->Find(channel->fField)));
-                if (number && std::isfinite(*number)) least = std::min(least, *number), most = std::max(most, *number);
-            }
-        }
-        const double range = most > least ? most - least : 1.0;
-        const bool arc = axis && axis->fMax;
-        const double before = !arc ? 0.3 : along == "x" ? 0.6 : 0.08;
-        return {least - before * range, most + (arc ? 0.06 : 0.3) * range};
+        if (!axis || !axis->fMax) return {-1.6, 1.6};
+        Span span = AxisSpan(along);
+        if (along == "x") span.Widen(*axis->fMax);
+        if (span.fMost < span.fLeast) return {0.0, 1.0};
+        return {span.fLeast - 0.5, span.fMost + 0.5};
     }
 
     Json ColourScale(const ChartChannel& channel, const Levels& levels) const {
@@ -325,7 +381,7 @@ private:
         if (!legend || !legend->fVisible) return nullptr;
         const std::string title = legend->fTitle.empty() ? otherwise : legend->fTitle;
         Json json{{"title", title.empty() ? Json(nullptr) : Json(Clean(title))}, {"symbolLimit", 24}};
-        if (fChart.fDiagram && role == "color") json.update({{"symbolSize", 500}, {"symbolStrokeWidth", 2.5}});
+        if (fChart.fDiagram && role == "color") json.update({{"symbolSize", 900}, {"symbolStrokeWidth", 2.5}});
         return json;
     }
 
@@ -346,7 +402,7 @@ private:
             // What the colour says, the line says too.
             Json scale = ColourScale(*channel, *column.fpLevels);
             for (Json& look : scale["range"])
-                look = look == kPlain ? Json{1, 0} : Json{6, 4};
+                look = look == kPlain ? Json{1, 0} : Json{8, 3};
             encoding["strokeDash"] = {{"field", column.fKey},
                                       {"type", "nominal"},
                                       {"sort", column.fpLevels->Texts()},
@@ -363,9 +419,7 @@ private:
             fPicks = true;
         }
         if (fPicks) {
-            encoding["opacity"] = {
-                {"condition", {{"param", "pick"}, {"value", layer.fMark == ChartMark::kLine ? 0.5 : 1.0}}},
-                {"value", 0.12}};
+            encoding["opacity"] = {{"condition", {{"param", "pick"}, {"value", 1.0}}}, {"value", 0.12}};
         }
     }
 
@@ -378,7 +432,7 @@ private:
                         {"size", diagram ? 150 : kPointSize},
                         {"color", kPlain}};
             case ChartMark::kBar:
-                return {{"type", "bar"}, {"color", kPlain}};
+                return {{"type", "bar"}, {"width", {{"band", 0.6}}}, {"color", kPlain}};
             case ChartMark::kInterval:
             case ChartMark::kEdge:
                 return {{"type", "rule"}, {"strokeWidth", 2}, {"color", kPlain}};
@@ -393,7 +447,7 @@ private:
             case ChartMark::kLine:
                 break;
         }
-        return {{"type", "line"}, {"strokeWidth", 1.5}, {"opacity", 0.5}, {"color", kPlain}};
+        return {{"type", "line"}, {"strokeWidth", 1.5}, {"strokeOpacity", 0.55}, {"color", kPlain}};
     }
 
     void WriteLayer(const ChartLayer& layer, Json& layers) {
@@ -403,12 +457,13 @@ private:
         if (layer.fPlace == "before" && NodeStep() < kLeastNodeStep) return;
         fDrawn = true;
         Rows& rows = RowsOf(*source);
+        if (layer.fMark == ChartMark::kLine && !fInset && !MayJoin(layer, rows)) return;
         Json json{{"transform", Json::array({{{"filter", fmt::format("datum.s === {}", rows.fNumber)}}})}};
         json["mark"] = MarkJson(layer, fChart.fDiagram);
         Json encoding;
         for (const char* along : {"x", "y"}) {
             const ChartChannel& channel = *layer.Channel(along);
-            encoding[along] = PositionJson(ColumnOf(rows, channel.fField, channel.fRow), rows, along);
+            encoding[along] = PositionJson(ColumnOf(rows, channel.fField, channel.fRow), along);
         }
         for (const char* end : {"x2", "y2"}) {
             const ChartChannel* channel = layer.Channel(end);
@@ -423,8 +478,43 @@ private:
             AddAround(json, layers);
             return;
         }
+        if (json["encoding"].contains("xOffset") && layer.fMark == ChartMark::kLine) {
+            AddTraces(layer, rows, json, layers);
+            return;
+        }
         layers.push_back(json);
         if (layer.fMark == ChartMark::kTarget) AddTargetLabel(layer, rows, json, layers);
+    }
+
+    /// Whether a line through the means says something: along numbers how they run, of several groups whether they run
+    /// alike. Between the levels of a single factor there is nothing.
+    bool MayJoin(const ChartLayer& layer, Rows& rows) {
+        const ChartChannel* colour = layer.Channel("color");
+        if (colour) {
+            const Column& column = ColumnOf(rows, colour->fField, colour->fRow);
+            return column.fpLevels && column.fpLevels->Size() <= kMostTraces;
+        }
+        const ChartChannel& x = *layer.Channel("x");
+        const int field = rows.fpSource->Find(x.fField);
+        if (!rows.fpSource->fvFields[static_cast<std::size_t>(field)].fvRelabels.empty()) return false;
+        return std::none_of(rows.fvCases.begin(), rows.fvCases.end(), [&](std::size_t row) {
+            return std::holds_alternative<std::string>(rows.fpSource->At(row + x.fRow, field));
+        });
+    }
+
+    /// A line for each group, moved aside as its points are. One layer of several lines can't be moved so: it would
+    /// break at every level.
+    void AddTraces(const ChartLayer& layer, Rows& rows, const Json& json, Json& layers) {
+        const ChartChannel& channel = *layer.Channel("color");
+        const Column column = ColumnOf(rows, channel.fField, channel.fRow);
+        for (const Datum& value : column.fpLevels->Order()) {
+            const std::string text = column.fpLevels->Text(value);
+            Json trace = json;
+            trace["transform"].push_back({{"filter", {{"field", column.fKey}, {"equal", text}}}});
+            trace["encoding"]["xOffset"] = {{"datum", text}, {"type", "nominal"}};
+            if (value != column.fpLevels->Order().front()) trace.erase("params");
+            layers.push_back(std::move(trace));
+        }
     }
 
     /// Labels on a circle stand outside of it: left of what is left, and above or below the rest.
@@ -453,7 +543,7 @@ private:
             const Column& column = ColumnOf(rows, channel->fField, channel->fRow);
             encoding["opacity"] = {{"field", column.fKey},
                                    {"type", "quantitative"},
-                                   {"scale", {{"range", {0.2, 1.0}}, {"zero", false}}},
+                                   {"scale", {{"range", {0.3, 1.0}}, {"zero", false}}},
                                    {"legend", LegendJson("opacity", "")}};
         }
         if (const ChartChannel* channel = layer.Channel("size")) {
@@ -463,7 +553,7 @@ private:
                 {"field", column.fKey},
                 {"type", "quantitative"},
                 {"scale",
-                 {{"domain", {1, 9}}, {"range", {std::min(1.2, NodeStep() / 4), std::min(8.0, NodeStep() / 2)}}}},
+                 {{"domain", {1, 9}}, {"range", {std::min(1.2, NodeStep() / 4), std::min(6.5, NodeStep() / 2)}}}},
                 {"legend", nullptr}};
         }
         if (const ChartChannel* channel = layer.Channel("shape")) {
@@ -487,12 +577,13 @@ private:
         fHasBars |= layer.fMark == ChartMark::kBar;
         if (layer.fMark == ChartMark::kBar && encoding["x"]["type"] == "quantitative") {
             json["mark"]["color"] = kQuiet;
+            json["mark"].erase("width");
             encoding["y"]["stack"] = nullptr;
             encoding["y2"] = {{"datum", 0}};
         }
         if (layer.fMark == ChartMark::kLine && fInset) {
             json["mark"]["color"] = kPlain;
-            json["mark"]["opacity"] = 1.0;
+            json["mark"]["strokeOpacity"] = 1.0;
         }
     }
 
@@ -553,18 +644,18 @@ private:
     double Width() const {
         if (fInset) return 220;
         const bool panels = !fvPanels.empty();
-        if (fChart.fDiagram) return panels ? 280 : fChart.fpInset ? 500 : 440;
-        if (fLevels == 0) return panels ? 220 : fChart.Legend("opacity") ? 340 : 480;
-        const double step = std::max(panels ? 36.0 : 80.0, 22.0 * static_cast<double>(fOffsets));
-        return std::clamp(step * static_cast<double>(fLevels), panels ? 160.0 : 240.0, panels ? 280.0 : 700.0);
+        if (fChart.fDiagram) return panels ? 280 : fChart.fpInset ? 400 : 440;
+        if (fLevels == 0) return panels ? 220 : fChart.Legend("opacity") ? 360 : 480;
+        const double step = std::max(panels ? 36.0 : 90.0, 24.0 * static_cast<double>(fOffsets));
+        return std::clamp(step * static_cast<double>(fLevels), panels ? 170.0 : 320.0, panels ? 280.0 : 700.0);
     }
 
     double Height() const {
         if (fInset) return 150;
         if (!fvPanels.empty()) return fChart.fDiagram ? 250 : 190;
-        if (!fChart.fDiagram) return fChart.Legend("opacity") ? 340 : 280;
+        if (!fChart.fDiagram) return fChart.Legend("opacity") ? 360 : 300;
         const output::ChartAxis* y = fChart.Axis("y");
-        return y && y->fMax ? 60.0 + NodeStep() * std::max(3.0, *y->fMax) : 380;
+        return y && y->fMax ? std::max(150.0, 20.0 + NodeStep() * *y->fMax) : 380;
     }
 
     /// Pixels between the nodes of an arc: the more nodes, the closer.
@@ -592,6 +683,7 @@ Json Config() {
     return {
         {"font", "system-ui, -apple-system, 'Segoe UI', Roboto, 'Noto Sans', 'Liberation Sans', sans-serif"},
         {"view", {{"stroke", nullptr}}},
+        {"scale", {{"bandWithNestedOffsetPaddingInner", 0.5}, {"bandWithNestedOffsetPaddingOuter", 0.25}}},
         {"axis",
          {{"labelFontSize", 12},
           {"titleFontSize", 12},
@@ -609,7 +701,8 @@ Json Config() {
           {"labelLimit", 180},
           {"titleLimit", 200},
           {"labelColor", "#1c2430"},
-          {"titleColor", "#1c2430"}}},
+          {"titleColor", "#1c2430"},
+          {"layout", {{"right", {{"anchor", "start"}, {"direction", "vertical"}, {"margin", 14}}}}}}},
         {"header", {{"labelFontSize", 12}, {"labelFontWeight", 600}, {"labelColor", "#1c2430"}}},
         {"title", {{"anchor", "start"}, {"fontSize", 14}, {"fontWeight", 600}, {"color", "#1c2430"}, {"limit", 640}}}};
 }
@@ -619,6 +712,7 @@ Json Config() {
 ChartDrawing DrawChart(const ChartModel& chart, const host::Catalogue& strings) {
     Drawing main(chart, strings, false);
     Json view = main.Write();
+    if (!main.fDrawn && !main.fNote.empty()) return {{}, main.fNote};
     if (!main.fDrawn && !chart.fpInset) return {{}, "There is nothing to draw: all values are missing."};
     Json document{{"$schema", "https://vega.github.io/schema/vega-lite/v6.json"}};
     document["description"] = Clean(ChartSummary(chart));

@@ -4,6 +4,7 @@
 #include "report/DisplayText.h"
 #include "report/HtmlTable.h"
 #include "report/HtmlText.h"
+#include "report/Layout.h"
 #include "report/PageAssets.h"
 
 #include <algorithm>
@@ -146,7 +147,7 @@ private:
         for (std::size_t r = 0; r < shown; ++r) {
             fBody += "<tr>";
             for (const auto& cell : rows[r])
-                fBody += "<td>" + Escaped(cell) + "</td>";
+                fBody += (LooksNumeric(cell) ? "<td class=\"n\">" : "<td>") + Escaped(cell) + "</td>";
             fBody += "</tr>\n";
         }
         fBody += "</tbody></table></div>\n";

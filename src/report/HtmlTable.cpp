@@ -9,7 +9,8 @@ namespace report {
 
 namespace {
 
-constexpr int kMostBehindPoint = 9;  ///< classes p1 to p9 of the page's style
+constexpr std::size_t kMostRows = 3000;  ///< a page with more takes its reader's browser minutes to lay out
+constexpr int kMostBehindPoint = 9;      ///< classes p1 to p9 of the page's style
 
 std::string Span(const char* name, int count) {
     return count > 1 ? fmt::format(" {}=\"{}\"", name, count) : std::string();
@@ -94,7 +95,7 @@ private:
             if (cell != cells.end() && cell->fFirst == column) {
                 fOut += fmt::format("<th scope=\"{}\"{}{}{}>{}</th>", cell->fSpan > 1 ? "colgroup" : "col",
                                     Span("colspan", cell->fSpan), Span("rowspan", cell->fDepth),
-                                    Class("", cell->fLabel), HtmlLabel(cell->fLabel));
+                                    Class(Leans(*cell) ? "t" : "", cell->fLabel), HtmlLabel(cell->fLabel));
                 for (int r = row; r < row + cell->fDepth; ++r) {
                     for (int c = column; c < column + cell->fSpan; ++c)
                         taken[r][c] = true;
@@ -108,10 +109,16 @@ private:
         }
     }
 
+    /// A header over words stands to the left as they do.
+    bool Leans(const HeaderCell& cell) const {
+        const auto first = fLayout.fvWords.begin() + cell.fFirst;
+        return std::all_of(first, first + cell.fSpan, [](bool words) { return words; });
+    }
+
     void WriteBody() {
         fOut += "<tbody>\n";
         bool inGroup = false;
-        for (std::size_t r = 0; r < fLayout.fvRows.size(); ++r) {
+        for (std::size_t r = 0; r < std::min(fLayout.fvRows.size(), kMostRows); ++r) {
             const Row& row = fLayout.fvRows[r];
             // With one column of row headings a group is a body of its own, which its header spans by its scope.
             const bool outer = fHeadingColumns == 1 && row.fvHeadings[0].fRows > 0 && row.fvHeadings[0].fIndent == 0;
@@ -171,6 +178,11 @@ private:
     }
 
     void WriteFoot() {
+        if (fLayout.fvRows.size() > kMostRows) {
+            fOut += fmt::format(
+                "<p class=\"legend\">The first {} of {} rows. The results as text or JSON have them all.</p>\n",
+                kMostRows, fLayout.fvRows.size());
+        }
         if (!fLayout.fvFootnotes.empty()) {
             fOut += "<ol class=\"footnotes\">\n";
             for (const auto& note : fLayout.fvFootnotes) {

@@ -2,6 +2,7 @@
 
 #include "report/ChartDrawing.h"
 #include "report/FiguresJson.h"
+#include "report/Layout.h"
 
 namespace report {
 
@@ -106,7 +107,7 @@ private:
                 json["at"].push_back(fPositions[d][entry[d]]);
             const output::Figure* figure = cell.fpText->AsFigure();
             json["value"] = figure ? Number(figure->fValue) : Json(nullptr);
-            json["text"] = Shown(cell.fpText);
+            json["text"] = CellText(cell, entry, fStrings);
             if (!cell.fvNotes.empty()) json["notes"] = Texts(cell.fvNotes);
             cells.push_back(std::move(json));
         }

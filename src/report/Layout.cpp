@@ -24,11 +24,6 @@ std::string Mark(std::size_t n) {
     return mark;
 }
 
-/// A figure may show as a value label or a date, which read as words.
-bool LooksNumeric(const std::string& text) {
-    return !text.empty() && text.find_first_not_of("0123456789+-.,%<e") == std::string::npos;
-}
-
 /// Groups that are shown around a category, outermost first.
 std::vector<const Group*> ShownGroups(const Category& category) {
     std::vector<const Group*> groups;
@@ -64,6 +59,7 @@ public:
         BuildHeadingTitles();
         BuildHeader();
         BuildRows();
+        SettleColumns();
         if (fTable.fpCaption) fLayout.fvCaption = Lines(Shown(fTable.fpCaption));
         return std::move(fLayout);
     }
@@ -250,7 +246,7 @@ private:
         if (!cell) return std::nullopt;
         DataCell shown;
         if (cell->fpText) {
-            shown.fLabel.fText = Shown(cell->fpText);
+            shown.fLabel.fText = Clean(CellText(*cell, at, fStrings));
             const output::Figure* figure = cell->fpText->AsFigure();
             shown.fNumber = figure && LooksNumeric(shown.fLabel.fText);
             if (shown.fNumber && !host::IsMissingFigure(figure->fValue)) shown.fValue = figure->fValue;
@@ -261,6 +257,21 @@ private:
             shown.fBehindPoint = static_cast<int>(shown.fLabel.fText.size() - point);
         }
         return shown;
+    }
+
+    /// A number among words stands as they do.
+    void SettleColumns() {
+        fLayout.fvWords.assign(fColumns.size(), false);
+        for (std::size_t c = 0; c < fColumns.size(); ++c) {
+            for (const Row& row : fLayout.fvRows) {
+                if (c >= row.fvCells.size() || !row.fvCells[c]) continue;
+                const DataCell& cell = *row.fvCells[c];
+                if (!cell.fNumber && !cell.fLabel.fText.empty()) fLayout.fvWords[c] = true;
+            }
+            for (Row& row : fLayout.fvRows) {
+                if (fLayout.fvWords[c] && c < row.fvCells.size() && row.fvCells[c]) row.fvCells[c]->fNumber = false;
+            }
+        }
     }
 
     const Table& fTable;
@@ -274,6 +285,25 @@ private:
 };
 
 }  // namespace
+
+bool LooksNumeric(const std::string& text) {
+    if (text.empty() || text.front() == 'e' || text.find_first_not_of("0123456789+-.,%<e") != std::string::npos)
+        return false;
+    // A sign within is an exponent's; else it is a date.
+    const std::size_t sign = text.find_first_of("+-", 1);
+    return sign == std::string::npos || text[sign - 1] == 'e';
+}
+
+std::string CellText(const output::Cell& cell, const std::vector<const Category*>& at, const host::Catalogue& strings) {
+    const output::Figure* figure = cell.fpText->AsFigure();
+    const auto isP = [](const Category* category) {
+        const std::string key = category->fpText->Identity();
+        return key == "k:Sig." || key == "k:Adj. Sig.";
+    };
+    if (figure && figure->fFormat.GetKind() == BpFormatSpec::kCoefficient && std::any_of(at.begin(), at.end(), isP))
+        return host::FigureText(figure->fValue, BpProcedure::Significance());
+    return cell.fpText->Show(strings);
+}
 
 Layout MakeLayout(const output::Table& table, const host::Catalogue& strings) {
     return LayoutBuilder(table, strings).Build();

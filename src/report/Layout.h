@@ -31,7 +31,7 @@ struct RowHeading {
 
 struct DataCell {
     Label fLabel;
-    bool fNumber = false;
+    bool fNumber = false;          ///< stands to the right, aligned by its point
     int fBehindPoint = 0;          ///< characters from the decimal point on, for alignment
     std::optional<double> fValue;  ///< the full double behind a number that isn't missing
 };
@@ -53,11 +53,19 @@ struct Layout {
     std::vector<Label> fvHeadingTitles;  ///< a column of row headings each; empty where the title is hidden
     std::vector<std::vector<HeaderCell>> fvHeader;
     std::vector<Row> fvRows;
+    std::vector<bool> fvWords;           ///< per column: it holds words, and all of it stands to the left
     std::vector<std::string> fvCaption;  ///< lines
     std::vector<Footnote> fvFootnotes;   ///< in reading order
     int fColumns = 0;
     int fMinDataColumnWidth = 0;
 };
+
+/// Whether a figure's text reads as a number: it may be a value label or a date, which read as words.
+bool LooksNumeric(const std::string& text);
+
+/// What a cell shows. p-values read alike in every table, whatever digits their format has for coefficients.
+std::string CellText(const output::Cell& cell, const std::vector<const output::Category*>& at,
+                     const host::Catalogue& strings);
 
 Layout MakeLayout(const output::Table& table, const host::Catalogue& strings);
 

@@ -246,7 +246,7 @@ void HRFTCharts::AddNodeEdgeSources(VarDataProcessor& data) const {
 
 void HRFTCharts::SendSimpleDiagram(int n, const char* titleKey, const VarDataProcessor& data, bool hideLegend) {
     const std::string path =
-        PathFactory::getPathInstance(3).GetBaseDirectory() + "template/" + "GLMMFixedCoefficients.viztemplate";
+        PathFactory::getPathInstance(3).GetDirectory() + "template/" + "GLMMFixedCoefficients.viztemplate";
     std::string text = FetchFile::fetch(path, true, true);
     if (const std::size_t width = text.find("9.3"); width != std::string::npos) {
         text.replace(width, 3, NumberText(std::max(2.0, n * 4.0 / 3.0)));

@@ -167,7 +167,7 @@ void HRFTCharts::DrawPairwiseGraph(const EmmeansData& block) {
     network.AddEdges();
     network.AddNodes();
     const std::string path =
-        PathFactory::getPathInstance(3).GetBaseDirectory() + "template/" + "GLMMPairwiseContrasts.viztemplate";
+        PathFactory::getPathInstance(3).GetDirectory() + "template/" + "GLMMPairwiseContrasts.viztemplate";
     std::string text = FetchFile::fetch(path, true, true);
     viewer::ReplaceFirst(text, "TitleText", title.toUTF8());
     std::string subtitle = fpContext->LookUp("Target\\: ^1");

@@ -29,6 +29,27 @@ function hostileData() {
     path.join(scratch, "schema.json"), "--emmeans", "evil,many,one", "--contrast", "deviation", "--df", "residual"];
 }
 
+// A factor whose pairs are too many for a picture.
+function crowdedData() {
+  const rows = ["y,many"];
+  for (let i = 0; i < 900; i += 1) rows.push([10 + (i * 7) % 11 + (i % 5), `l${i % 300}`].join(","));
+  fs.writeFileSync(path.join(scratch, "crowded.csv"), rows.join("\n") + "\n");
+  return ["fit", "y ~ many", "--data", path.join(scratch, "crowded.csv"), "--emmeans", "many", "--contrast", "pairwise",
+    "--df", "residual"];
+}
+
+// Levels of exactly equal means, so that every significance is 1, and a combination of levels without data.
+function equalData() {
+  const rows = ["y,g,h"];
+  for (let i = 0; i < 96; i += 1) {
+    const [g, h] = [Math.floor(i / 8) % 3, Math.floor(i / 24) % 2];
+    if (g !== 2 || h !== 1) rows.push([[8, 9, 11, 12][i % 4], `g${g}`, `h${h}`].join(","));
+  }
+  fs.writeFileSync(path.join(scratch, "equal.csv"), rows.join("\n") + "\n");
+  return ["fit", "y ~ g*h", "--data", path.join(scratch, "equal.csv"), "--emmeans", "g*h,h", "--contrast", "pairwise",
+    "--adjust", "seqsidak", "--df", "residual"];
+}
+
 // Opens a page and waits until its charts stand; console, requests and policy must stay silent.
 async function open(file, scheme = "light") {
   const context = await browser.newContext({ viewport: { width: 1280, height: 900 }, colorScheme: scheme });
@@ -86,6 +107,13 @@ async function use() {
   for (const word of ["variety", "nitro", "Estimated Mean", "Lower limit", "Upper limit"]) {
     assert.ok(text.includes(word), `the tooltip lacks ${word}: ${text}`);
   }
+  // The means of each nitrogen level are joined over the varieties; the legend has the marks' full colours.
+  const lines = await estimates.locator("svg .mark-line path").evaluateAll((paths) =>
+    paths.map((mark) => mark.getAttribute("d").split("L").length));
+  assert.deepEqual(lines, [3, 3, 3, 3]);
+  const symbols = await estimates.locator("svg .role-legend-symbol path").evaluateAll((paths) =>
+    paths.map((mark) => [mark.getAttribute("opacity") ?? "1", mark.getAttribute("fill-opacity") ?? "1"].join()));
+  assert.deepEqual(new Set(symbols), new Set(["1,1"]));
   const opacities = () => estimates.locator("svg .mark-symbol.role-mark path").evaluateAll((paths) =>
     paths.map((mark) => mark.getAttribute("opacity") ?? "1"));
   assert.equal(new Set(await opacities()).size, 1);
@@ -124,6 +152,20 @@ async function hostile() {
   await context.close();
 }
 
+async function extremes() {
+  const crowded = await open(run("crowded", crowdedData()));
+  const network = crowded.page.locator("figure.chart", { hasText: "Pairwise Contrasts" });
+  assert.ok((await network.innerText()).includes("A network of 300 levels"));
+  assert.equal(await network.locator("svg").count(), 0);
+  assert.ok(await crowded.page.locator("section.block tr").count() < 5000, "a table of all pairs is too long to open");
+  await crowded.context.close();
+  const equal = await open(run("equal", equalData()));
+  await equal.page.screenshot({ path: path.join(pictures, "equal.png"), fullPage: true });
+  const overflow = await equal.page.evaluate(() => document.documentElement.scrollWidth - window.innerWidth);
+  assert.ok(overflow <= 0, `the page is ${overflow} px too wide`);
+  await equal.context.close();
+}
+
 // Without its script a page tells each chart as its table.
 async function scriptless() {
   const context = await browser.newContext({ javaScriptEnabled: false });
@@ -137,5 +179,6 @@ async function scriptless() {
 await use();
 for (const name of ["repeated", "seizures", "bacteria"]) await (await gallery(name)).context.close();
 await hostile();
+await extremes();
 await scriptless();
 await browser.close();

@@ -1,4 +1,5 @@
 #include "host/DataSupport.h"
+#include "host/data/DateText.h"
 
 #include <gmock/gmock.h>
 #include <map>
@@ -50,6 +51,45 @@ TEST(DataSchema, MissingTextsMayBeginLikeNumbers) {
     EXPECT_THAT(Numbers(**table, "x"), ElementsAre(1, IsNan(), 3));
 }
 
+TEST(DataSchema, DatesAreNumbersThatShowAsDates) {
+    const Folder folder;
+    folder.Write("d.schema.json", R"({"fields": [
+        {"name": "day", "type": "date", "missingValues": ["1900-01-01"],
+         "categories": [{"value": "2000-02-29", "label": "leap day"}]},
+        {"name": "at", "type": "datetime"}, {"name": "clock", "type": "time"},
+        {"name": "ours", "type": "date", "format": "%d.%m.%Y"}]})");
+    const auto read = host::OpenDataFile(folder.Write("d.csv",
+                                                      "day,at,clock,ours\n"
+                                                      "1970-01-02,1970-01-02T00:00:01Z,00:01,1.2.2024\n"
+                                                      "2000-02-29,1969-12-31 23:59:59.5,23:59:59,x\n"
+                                                      ",,,\n"),
+                                         {});
+    ASSERT_TRUE(read) << read.Error().Message();
+    const host::Table& table = **read;
+    EXPECT_THAT(Numbers(table, "day"), ElementsAre(1, 11016, IsNan()));
+    EXPECT_THAT(Numbers(table, "at"), ElementsAre(86401, -0.5, IsNan()));
+    EXPECT_THAT(Numbers(table, "clock"), ElementsAre(60, 86399, IsNan()));
+    EXPECT_EQ(table.GetVariable(0).fFormat, (host::PrintFormat{host::kFormatDate, 10, 0}));
+    EXPECT_THAT(table.GetVariable(0).fMissingNumbers, ElementsAre(-25567));
+    EXPECT_EQ(table.GetVariable(0).fNumberLabels.at(11016), "leap day");
+    EXPECT_THAT(Texts(table, "ours"), ElementsAre("1.2.2024", "x", ""));
+    // Every day of a span of leap years, one without a leap day in 1900 among them, is read back as it is shown.
+    for (int day = -25600; day < 20000; ++day) {
+        const std::string text = host::DateText(day, host::DateFormat(host::kFormatDate));
+        ASSERT_EQ(host::ReadDate(text, host::kFormatDate), day) << text;
+    }
+    const QVTA_Format tenths{21, host::kFormatDateTime, 1};
+    EXPECT_EQ(host::DateText(-0.04, tenths), "1970-01-01 00:00:00.0");
+    EXPECT_EQ(host::DateText(59.96, tenths), "1970-01-01 00:01:00.0");
+    EXPECT_EQ(host::DateText(-0.5, tenths), "1969-12-31 23:59:59.5");
+    EXPECT_EQ(host::DateText(1e7, tenths), "1970-04-26 17:46:40.0");
+    EXPECT_EQ(host::DateText(1e300, tenths), "");
+    for (const char* wrong : {"2023-02-29", "2024-13-01", "24-01-01", "2024-01-01x", "2024-01", "01/02/2024", ""})
+        EXPECT_FALSE(host::ReadDate(wrong, host::kFormatDate)) << wrong;
+    for (const char* wrong : {"24:00", "1:60", "12", "12:00:60", "12:00:00.x"})
+        EXPECT_FALSE(host::ReadDate(wrong, host::kFormatTime)) << wrong;
+}
+
 TEST(DataSchema, RefusesWhatItCannotMean) {
     const auto refusal = [](const std::string& schema, const std::string& data = "a,b\n1,2\n") {
         const Folder folder;
@@ -66,6 +106,8 @@ TEST(DataSchema, RefusesWhatItCannotMean) {
     EXPECT_THAT(refusal(R"({"fields":[{"name":"a","missingValues":3}]})"), HasSubstr("must be a list"));
     EXPECT_THAT(refusal(R"({"fields":[{"name":"a","type":"number"}]})", "a,b\n1,2\nx,2\n"),
                 HasSubstr("d.csv, line 3, column \"a\": \"x\" isn't a number, and the schema declares one"));
+    EXPECT_THAT(refusal(R"({"fields":[{"name":"a","type":"date"}]})", "a,b\n2024-02-30,2\n"),
+                HasSubstr("line 2, column \"a\": \"2024-02-30\" isn't a date or time as the schema declares"));
     EXPECT_THAT(refusal(R"({"fields":[{"name":"a","categories":[{"value":"low","label":"L"}]}]})"),
                 HasSubstr("the category \"low\""));
     EXPECT_EQ(refusal(R"({"fields":[{"name":"a","type":"any","other":{}}]})"), "accepted");

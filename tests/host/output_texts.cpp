@@ -121,6 +121,8 @@ TEST(OutputFigures, ShowTheDigitsOfTheirKind) {
         {0.00314, twoDecimals, "3.14e-03"},
         {0.0, twoDecimals, "0.00"},
         {2.0 / 3, BpFormatSpec(QVTA_Format{}), "0.667"},
+        {19782.4, BpFormatSpec(QVTA_Format{10, 20, 0}), "2024-02-29"},
+        {kMissing, BpFormatSpec(QVTA_Format{10, 20, 0}), "."},
     };
     for (const auto& test : cases)
         EXPECT_EQ(host::FigureText(test.fValue, test.fFormat), test.fText) << test.fValue;

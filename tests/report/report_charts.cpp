@@ -75,7 +75,7 @@ TEST(ChartDrawing, MarksEncodeTheRowsAndTooltipsTellThem) {
         said.push_back(line["title"].get<std::string>() + " " +
                        rows[2][line["field"].get<std::string>()].get<std::string>());
     EXPECT_THAT(said, ElementsAre("Variety same", "Mean 11.00", "Upper 12"));
-    EXPECT_EQ(json["layer"][2]["encoding"]["y"]["axis"]["format"], ".2~f");
+    EXPECT_EQ(json["layer"][2]["encoding"]["y"]["axis"]["format"], "f");
     EXPECT_EQ(limits["y"]["scale"]["zero"], false);
     // The line has a row of its own.
     EXPECT_EQ(rows[0]["g0"], 10.5);
@@ -118,6 +118,65 @@ TEST(ChartDrawing, ManyMarksAndPanelsAreDrawnInPartAndTold) {
     EXPECT_THAT(panels.fNote, HasSubstr("first panels"));
 }
 
+/// Adds a line through the means, of groups by a second field or of none.
+output::ChartModel Joined(int groups) {
+    output::ChartModel chart = Means(3, groups);
+    chart.fvFacets.clear();
+    output::ChartLayer line = chart.fvLayers[1];
+    line.fMark = ChartMark::kLine;
+    chart.fvLayers.insert(chart.fvLayers.begin(), line);
+    for (output::ChartLayer& layer : chart.fvLayers) {
+        if (groups == 1) break;
+        auto& colour = layer.fvChannels.emplace_back();
+        colour.fRole = "color";
+        colour.fField = "panel";
+    }
+    if (groups > 1) chart.fvLegends = {{"color", "", true}};
+    return chart;
+}
+
+TEST(ChartDrawing, LinesJoinTheMeansOfGroupsAndOfNumbers) {
+    // One line for each group, moved as the group's points are; the legend's picks are declared once.
+    const Json groups = Drawn(Joined(3));
+    std::vector<std::string> moved;
+    int picks = 0;
+    for (const Json& layer : groups["layer"]) {
+        picks += layer.contains("params");
+        if (layer["mark"]["type"] != "line") continue;
+        moved.push_back(layer["encoding"]["xOffset"]["datum"]);
+        EXPECT_EQ(layer["transform"][1]["filter"]["equal"], moved.back());
+    }
+    EXPECT_THAT(moved, ElementsAre("0", "1", "2"));
+    EXPECT_EQ(picks, 1);
+    // Along numbers the means of one group are joined, between the levels of a factor not.
+    EXPECT_EQ(Drawn(Joined(1))["layer"][0]["mark"]["type"], "line");
+    output::ChartModel levels = Joined(1);
+    levels.fvSources[0].fvFields[0].fvRelabels = {{0.0, "none"}, {1.0, "some"}};
+    EXPECT_NE(Drawn(levels)["layer"][0]["mark"]["type"], "line");
+}
+
+TEST(ChartDrawing, AxesWriteNumbersAndDates) {
+    output::ChartModel chart = Means(2, 1);
+    const auto axis = [&chart] { return Drawn(chart)["layer"][1]["encoding"]["y"]["axis"]; };
+    for (auto& row : chart.fvSources[0].fvRows)
+        row[1] = 2.5e9;
+    EXPECT_EQ(axis()["format"], "e");
+    chart.fvSources[0].fvFields[1].fFormat = QVTA_Format{10, 20, 0};
+    EXPECT_EQ(axis()["labelExpr"], "utcFormat(datum.value * 86400000, '%Y-%m-%d')");
+    EXPECT_FALSE(axis().contains("format"));
+}
+
+TEST(ChartDrawing, ANetworkOfTooManyNodesGivesWayToItsTable) {
+    const auto network = [](int levels, int panels) {
+        output::ChartModel chart = Means(levels, panels);  // two rows a level, each a node here
+        chart.fvLayers[1].fPlace = "around";
+        return report::DrawChart(chart, host::Catalogue::Current());
+    };
+    EXPECT_NE(network(20, 2).fDocument, "");  // a panel counts by itself
+    EXPECT_EQ(network(21, 1).fDocument, "");
+    EXPECT_THAT(network(21, 1).fNote, HasSubstr("A network of 42 levels"));
+}
+
 TEST(ChartDrawing, RowsThatSayNothingAndNumbersThatAreNoneAreLeftOut) {
     output::ChartModel chart = Means(2, 1);
     auto& rows = chart.fvSources[0].fvRows;
@@ -128,6 +187,10 @@ TEST(ChartDrawing, RowsThatSayNothingAndNumbersThatAreNoneAreLeftOut) {
     const std::string mean = json["layer"][1]["encoding"]["y"]["field"];
     EXPECT_FALSE(json["data"]["values"][0].contains(mean));
     EXPECT_EQ(chart.RowTexts().size(), 2U);
+    // A mean has more digits than the values that it is made of; a value has its own.
+    chart.fvSources[0].fvFields[1].fFormat = QVTA_Format{8, kFormatNumeric, 0};
+    EXPECT_EQ(chart.fvSources[0].fvFields[1].Shown(0.7345), "0.7345");
+    EXPECT_EQ(chart.fvSources[0].fvFields[1].Shown(12.0), "12");
     // Nothing at all is no document, and said.
     const auto nothing = report::DrawChart(output::ChartModel(), host::Catalogue::Current());
     EXPECT_EQ(nothing.fDocument, "");

@@ -87,6 +87,34 @@ TEST(ReportHtml, APageReadsAsItWasApprovedAndItsTablesHoldTogether) {
     EXPECT_THAT(page, Not(HasSubstr("https:")));
 }
 
+TEST(ReportHtml, ColumnsOfWordsLeanLeftPValuesReadAlikeAndLongTablesAreCut) {
+    SampleDocument sample;
+    auto table = sample.fRoot.PivotTable(BpString("Levels", false), BpString("Levels", false), true);
+    auto rows = table.Dimension(BpString("Row", false), 2);
+    rows.Position(0, 1, false, false);
+    auto columns = table.Dimension(BpString("Column", false), 2);
+    columns.Position(1, 1, true, false);
+    for (int r = 0; r < 3001; ++r) {
+        rows.Category(BpNumber(r, BpProcedure::Count()));
+        auto name = columns.Category(BpString("name", false));
+        if (r == 1) {
+            name.Cell(BpNumber(18, BpProcedure::Count()));
+        } else {
+            name.Cell(BpString("s308", false));
+        }
+        columns.Category(BpString("Adj. Sig.", true)).Cell(BpNumber(3.5e-10, BpProcedure::Coefficient()));
+        columns.Category(BpString("t", true)).Cell(BpNumber(3.5e-10, BpProcedure::Coefficient()));
+    }
+    const std::string page = report::RenderHtml(sample.fDocument, {}, {"", "", "0.1.0"});
+    EXPECT_THAT(page, HasSubstr("<th scope=\"col\" class=\"t\">name</th>"));
+    EXPECT_THAT(page, HasSubstr("<td data-v=\"18\">18</td><td class=\"n\" data-v=\"3.5e-10\">&lt;.001</td>"
+                                "<td class=\"n\" data-v=\"3.5e-10\">3.500e-10</td>"));
+    EXPECT_THAT(page, HasSubstr("The first 3000 of 3001 rows."));
+    EXPECT_EQ(Parsed(Body(page)).select_nodes("//tbody/tr").size(), 3000U);
+    const std::string json = report::RenderJson(sample.fRun, sample.fDocument, {}, "", "");
+    EXPECT_THAT(json, HasSubstr("\"text\": \"<.001\""));
+}
+
 constexpr const char* kHostile = "<script>alert(\"1\")</script>&'\u202E";
 
 /// A chart whose texts all try to break out.

@@ -175,6 +175,7 @@ private:
             const std::size_t from = source.fvFields.size();
             source.fvFields.emplace_back().fName = "bin.from";
             source.fvFields.emplace_back().fName = "bin.to";
+            if (x >= 0) source.fvFields[from].fFormat = source.fvFields[static_cast<std::size_t>(x)].fFormat;
             for (auto& row : source.fvRows) {
                 row.resize(from + 2);
                 const auto* centre = x < 0 ? nullptr : std::get_if<double>(&row[x]);

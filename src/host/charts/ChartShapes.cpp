@@ -2,6 +2,7 @@
 #include "host/charts/ChartMarkup.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <functional>
 
@@ -23,6 +24,7 @@ struct Curve {
 
 struct Moments {
     double fTotal = 0.0, fMean = 0.0, fDeviation = 0.0, fLeast = 0.0, fMost = 0.0;
+    int fBins = 0;  ///< that hold something
 };
 
 Moments MomentsOf(const output::ChartSource& bins, int x, int y) {
@@ -38,6 +40,7 @@ Moments MomentsOf(const output::ChartSource& bins, int x, int y) {
     };
     each([&](double value, double count) {
         m.fTotal += count;
+        ++m.fBins;
         sum += value * count;
         m.fLeast = any ? std::min(m.fLeast, value) : value;
         m.fMost = any ? std::max(m.fMost, value) : value;
@@ -72,7 +75,8 @@ Curve CurveOf(const std::string& word, double a, double b, const Moments& m) {
     if (word == "poisson" && a > 0) {
         return {[=](double k) { return std::exp(k * std::log(a) - a - std::lgamma(k + 1)); }, true};
     }
-    if (word == "normal" && m.fDeviation > 0) {
+    // Over the two bars of a yes or no a bell says nothing.
+    if (word == "normal" && m.fDeviation > 0 && m.fBins > 2) {
         return {[=](double x) {
             const double z = (x - m.fMean) / m.fDeviation;
             return std::exp(-z * z / 2) / (m.fDeviation * std::sqrt(2 * kPi));
@@ -100,7 +104,12 @@ std::string LabelOf(const output::ChartSource& nodes, int id, const output::Datu
     for (const output::Datum& value : panel)
         lead += plain.Shown(value);
     const bool led = !lead.empty() && text.size() > lead.size() && text.compare(0, lead.size(), lead) == 0;
-    return led && label == text ? text.substr(lead.size()) : label;
+    if (!led || label != text) return label;
+    const std::string level = text.substr(lead.size());
+    double number = 0.0;
+    const auto [end, error] = std::from_chars(level.data(), level.data() + level.size(), number);
+    const bool whole = error == std::errc() && end == level.data() + level.size();
+    return whole ? nodes.fvFields[static_cast<std::size_t>(id)].Shown(number) : level;
 }
 
 /// Adds fields to a source; the position of the first.
@@ -172,15 +181,17 @@ void LayOutCircle(const pugi::xml_node& circle, const std::vector<std::string>& 
     for (std::size_t row = 0; row < nodes->fvRows.size(); ++row) {
         if (!output::IsUnset(nodes->At(row, id))) panels[PanelOf(*nodes, row, facets)].push_back(row);
     }
-    // Clockwise from the top, numbers by value and texts by their bytes.
+    // Clockwise from the top, two of them side by side; numbers by value and texts by their bytes.
     std::map<std::pair<Panel, output::Datum>, std::pair<double, double>> places;
     const std::size_t at = AddFields(*nodes, {"circle.x", "circle.y", "circle.label"});
     for (auto& [panel, rows] : panels) {
         std::sort(rows.begin(), rows.end(),
                   [&](std::size_t a, std::size_t b) { return nodes->At(a, id) < nodes->At(b, id); });
         for (std::size_t i = 0; i < rows.size(); ++i) {
-            const double angle = 2 * kPi * static_cast<double>(i) / static_cast<double>(rows.size());
-            const std::pair<double, double> place{std::sin(angle), std::cos(angle)};
+            const double turn = rows.size() == 2 ? -0.25 : 0.0;
+            const double angle = 2 * kPi * (turn + static_cast<double>(i) / static_cast<double>(rows.size()));
+            const auto clean = [](double place) { return std::fabs(place) < 1e-12 ? 0.0 : place; };
+            const std::pair<double, double> place{clean(std::sin(angle)), clean(std::cos(angle))};
             nodes->fvRows[rows[i]][at] = place.first;
             nodes->fvRows[rows[i]][at + 1] = place.second;
             nodes->fvRows[rows[i]][at + 2] = LabelOf(*nodes, id, nodes->At(rows[i], id), panel);

@@ -176,6 +176,7 @@ private:
         const FieldSchema* field = fSchema.Find(name);
         sink.fMissing = Missing(field);
         sink.fDeclaredNumber = field != nullptr && field->fType == FieldSchema::Type::kNumber;
+        sink.fDateFormat = field != nullptr ? field->fDateFormat : 0;
         if (field != nullptr && field->fType == FieldSchema::Type::kText) sink.fMode = CellSink::Mode::kText;
         return sink;
     }
@@ -303,7 +304,7 @@ private:
             double value = 0;
             if (variable.IsText())
                 variable.fMissingTexts.push_back(text);
-            else if (ReadNumber(text, fOptions.fDecimalComma, value) == NumberReading::kNumber)
+            else if (ReadCell(text, sink.fDateFormat, fOptions.fDecimalComma, value) == NumberReading::kNumber)
                 variable.fMissingNumbers.push_back(value);
         }
         std::sort(variable.fMissingTexts.begin(), variable.fMissingTexts.end());
@@ -320,11 +321,13 @@ private:
             double value = 0;
             if (variable.IsText()) {
                 variable.fTextLabels[text] = label;
-            } else if (ReadNumber(text, false, value) == NumberReading::kNumber) {
+            } else if (ReadCell(text, field->fDateFormat, false, value) == NumberReading::kNumber) {
                 variable.fNumberLabels[value] = label;
             } else if (std::find(fSchema.fMissing.begin(), fSchema.fMissing.end(), text) == fSchema.fMissing.end()) {
-                return Refuse({"the category \"" + text + "\" isn't a number, but the column is numeric", fSchema.fFile,
-                               0, variable.fName});
+                return Refuse({"the category \"" + text + "\" isn't a " +
+                                   (field->fDateFormat ? "date or time as the column has them"
+                                                       : "number, but the column is numeric"),
+                               fSchema.fFile, 0, variable.fName});
             }
         }
         return true;

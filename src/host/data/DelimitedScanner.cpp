@@ -360,8 +360,10 @@ bool DelimitedScanner::StoreNumberText(CellSink& sink, std::string_view text) {
     double value = kNaN;
     const std::string_view trimmed = TrimBlanks(text);
     const NumberReading reading =
-        trimmed.empty() ? NumberReading::kNone : ReadNumber(trimmed, fSetup.fDecimalComma, value);
-    if (reading == NumberReading::kNumber) {
+        trimmed.empty() ? NumberReading::kNone : ReadCell(trimmed, sink.fDateFormat, fSetup.fDecimalComma, value);
+    if (reading == NumberReading::kNumber && sink.fDateFormat != 0) {
+        sink.fAnyNumber = sink.fAnyContent = true;
+    } else if (reading == NumberReading::kNumber) {
         sink.fAnyNumber = sink.fAnyContent = true;
         const bool exponent = trimmed.find_first_of("eE") != std::string_view::npos;
         const std::size_t point = trimmed.find(fSetup.fDecimalComma ? ',' : '.');
@@ -386,7 +388,9 @@ bool DelimitedScanner::StoreNumberText(CellSink& sink, std::string_view text) {
         }
     } else if (sink.fDeclaredNumber) {
         Fail(Quote(trimmed) +
-                 " isn't a number, and the schema declares one; correct it, or list it under \"missingValues\"",
+                 (sink.fDateFormat != 0 ? " isn't a date or time as the schema declares (2024-02-29, 13:05:09)"
+                                        : " isn't a number, and the schema declares one") +
+                 "; correct it, or list it under \"missingValues\"",
              fLine, sink.fName);
         return false;
     } else {

@@ -24,6 +24,7 @@ struct CellSink {
     std::vector<double> fNumbers;       ///< cells of the present block
     std::vector<std::uint32_t> fCodes;  ///< cells of the present block of a text column
     std::shared_ptr<StringPool> fPool;  ///< made when the column turns out to be of texts
+    int fDateFormat = 0;                ///< type of the format of dates and times; 0: plain numbers
     NumberShape fShape;
     bool fAnyNumber = false;
     bool fAnyContent = false;     ///< a number or a text that means missing: what backfilling has to bring back

@@ -1,5 +1,7 @@
 #include "host/data/NumberText.h"
 
+#include "host/data/DateText.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -66,6 +68,14 @@ NumberReading ReadNumber(std::string_view text, bool decimalComma, double& value
         return NumberReading::kNone;
     }
     value += 0.0;
+    return NumberReading::kNumber;
+}
+
+NumberReading ReadCell(std::string_view text, int dateFormat, bool decimalComma, double& value) {
+    if (dateFormat == 0) return ReadNumber(text, decimalComma, value);
+    const std::optional<double> read = ReadDate(text, dateFormat);
+    if (!read) return NumberReading::kNone;
+    value = *read;
     return NumberReading::kNumber;
 }
 

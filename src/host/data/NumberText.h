@@ -19,6 +19,9 @@ enum class NumberReading {
 /// small for a double is 0; -0 is 0.
 NumberReading ReadNumber(std::string_view text, bool decimalComma, double& value);
 
+/// Reads a cell as a number, or, with the type of a date's or time's format, as one of these.
+NumberReading ReadCell(std::string_view text, int dateFormat, bool decimalComma, double& value);
+
 /// What a print format needs to tell a column's numbers apart: the most characters before and behind the point.
 struct NumberShape {
     int fWhole = 1;

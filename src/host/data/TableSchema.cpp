@@ -1,5 +1,7 @@
 #include "host/data/TableSchema.h"
 
+#include "host/data/DateText.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -32,6 +34,10 @@ std::optional<FieldSchema::Type> ParseType(const std::string& name) {
     if (texts.count(name) != 0) return FieldSchema::Type::kText;
     if (name == "any") return FieldSchema::Type::kAny;
     return std::nullopt;
+}
+
+int DateType(const std::string& name) {
+    return name == "date" ? kFormatDate : name == "datetime" ? kFormatDateTime : name == "time" ? kFormatTime : 0;
 }
 
 std::optional<PrintFormat> ParsePrintFormat(const std::string& text) {
@@ -111,8 +117,15 @@ private:
         if (!type)
             return Refuse("the type \"" + typeName + "\" isn't known; use number, integer, string or any", field.fName);
         field.fType = *type;
+        const auto format = Property(object, "format");
+        if (const int date = DateType(typeName); date != 0 && (!format || *format == "default")) {
+            const QVTA_Format shown = DateFormat(date);
+            field.fType = FieldSchema::Type::kNumber;
+            field.fDateFormat = date;
+            field.fFormat = PrintFormat{shown.fType, shown.fWidth, shown.fDecimals};
+        }
         if (field.fType == FieldSchema::Type::kText) field.fLevel = Level::kNominal;
-        if (const auto format = Property(object, "format"); format && field.fType != FieldSchema::Type::kText)
+        if (format && field.fType != FieldSchema::Type::kText && field.fDateFormat == 0)
             field.fFormat = ParsePrintFormat(*format);
         if (object.contains("missingValues")) {
             field.fMissing.emplace();

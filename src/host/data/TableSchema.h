@@ -17,6 +17,7 @@ struct FieldSchema {
     std::string fName;
     Type fType = Type::kAny;  ///< kAny: inferred from the cells
     std::string fLabel;
+    int fDateFormat = 0;  ///< type of the print format of dates and times, which are read as numbers; 0: none
     std::optional<Level> fLevel;
     std::optional<PrintFormat> fFormat;
     std::vector<std::pair<std::string, std::string>> fLabels;  ///< value and its label
@@ -24,8 +25,9 @@ struct FieldSchema {
 };
 
 /// Metadata of a data file: a Frictionless Table Schema (JSON). Understood are, per field, `name`, `title`, `type`,
-/// `format` (a print format such as "F8.2" on numbers), `categories` (texts, or objects of `value` and `label`),
-/// `categoriesOrdered` and `missingValues`, and `missingValues` of the whole. Other properties are passed over.
+/// `format` (a print format such as "F8.2" on numbers; dates in another form than ISO 8601 stay texts), `categories`
+/// (texts, or objects of `value` and `label`), `categoriesOrdered` and `missingValues`, and `missingValues` of the
+/// whole. Other properties are passed over.
 struct TableSchema {
     std::string fFile;
     std::vector<FieldSchema> fFields;

@@ -1,4 +1,5 @@
 #include "contracts/HostData.h"
+#include "host/data/DateText.h"
 #include "host/data/FrontEnd.h"
 
 #include <algorithm>
@@ -56,7 +57,8 @@ host::FrontEndSink& Sink() {
 std::string ToString(OBS const* value, QVTA_Format format) {
     if (format.fType == kFormatA) return std::string(value->fText, format.fWidth);
     if (format.fType == kFormatAHEX) return Hexadecimal(value->fText, format.fWidth / 2);
-    const std::string text = Digits(value->fNumber, format);
+    const bool date = host::IsDateFormat(format.fType) && !IsMissing(value->fNumber);
+    const std::string text = date ? host::DateText(value->fNumber, format) : Digits(value->fNumber, format);
     if (text.empty()) return std::string(format.fWidth, '*');
     return text.size() < format.fWidth ? std::string(format.fWidth - text.size(), ' ') + text : text;
 }

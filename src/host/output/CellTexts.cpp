@@ -1,4 +1,5 @@
 #include "contracts/HostOutput.h"
+#include "host/data/DateText.h"
 #include "host/output/FigureText.h"
 #include "host/output/OutputDocument.h"
 #include "run/RunValue.h"
@@ -8,7 +9,6 @@
 
 namespace {
 
-constexpr int kFirstDateFormat = 20;
 constexpr int kShowName = 1;
 constexpr int kShowLabel = 2;
 
@@ -34,7 +34,7 @@ BpFormatSpec Settled(double value, const BpFormatSpec& format) {
     const auto variable = static_cast<int>(format.GetValue());
     if (document && document->Data() && variable >= 0 && variable < static_cast<int>(document->Data()->ColumnCount())) {
         const QVTA_Format print = document->Data()->GetVariable(variable).GetFormat();
-        if (print.fType >= kFirstDateFormat) return BpFormatSpec(print);
+        if (host::IsDateFormat(print.fType)) return BpFormatSpec(print);
     }
     return BpFormatSpec(BpFormatSpec::kSigDigit, value);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace output {
 
@@ -23,8 +24,13 @@ std::string ChartField::Shown(const Datum& value) const {
     if (const auto* text = std::get_if<std::string>(&value)) return *text;
     const auto* number = std::get_if<double>(&value);
     if (!number) return {};
-    if (fFormat && fFormat->fType != kFormatA && fFormat->fType != kFormatAHEX)
-        return host::FigureText(*number, BpFormatSpec(*fFormat));
+    if (fFormat && fFormat->fType != kFormatA && fFormat->fType != kFormatAHEX) {
+        const std::string text = host::FigureText(*number, BpFormatSpec(*fFormat));
+        // The mean of a variable has more digits than its values.
+        const bool rounded = fFormat->fType == kFormatNumeric && !host::IsMissingFigure(*number) &&
+                             std::fabs(std::strtod(text.c_str(), nullptr) - *number) > 1e-9 * std::fabs(*number);
+        return rounded ? host::FigureText(*number, BpFormatSpec(BpFormatSpec::kCoefficient)) : text;
+    }
     return host::FigureText(*number, BpFormatSpec(BpFormatSpec::kSigDigit, *number));
 }
 

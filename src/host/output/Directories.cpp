@@ -37,28 +37,34 @@ fs::path ShareDirectory() {
 
 class ProgramPaths : public PathFinder {
 public:
+    explicit ProgramPaths(bool own) : fOwn(own) {}
+
+    std::string GetDirectory() const override { return fOwn ? Below("") : GetScratchDirectory(); }
     std::string GetScratchDirectory() const override {
         std::error_code error;
         const fs::path directory = fs::temp_directory_path(error);
         return error ? "/tmp" : directory.string();
     }
-    std::string GetBaseDirectory() const override { return Below(""); }
     std::string GetTemplateDirectory() const override { return Below("template"); }
     std::string GetStringTableDirectory() const override { return Below("strings"); }
 
 private:
     std::string Below(const char* name) const { return fShare.empty() ? std::string() : (fShare / name).string(); }
 
+    bool fOwn;  ///< the program's own files are meant
     fs::path fShare = ShareDirectory();
 };
+
+constexpr int kOwnFiles = 3;
 
 }  // namespace
 
 PathFinder& PathFactory::getPathInstance() {
-    static ProgramPaths paths;
+    static ProgramPaths paths(false);
     return paths;
 }
 
-PathFinder& PathFactory::getPathInstance(int) {
-    return getPathInstance();
+PathFinder& PathFactory::getPathInstance(int kind) {
+    static ProgramPaths own(true);
+    return kind == kOwnFiles ? own : getPathInstance();
 }

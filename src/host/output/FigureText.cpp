@@ -1,5 +1,7 @@
 #include "host/output/FigureText.h"
 
+#include "host/data/DateText.h"
+
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
@@ -69,6 +71,19 @@ std::string Printed(double value, QVTA_Format format) {
 
 bool IsMissingFigure(double value) {
     return std::isnan(value) || value == std::numeric_limits<double>::lowest();
+}
+
+std::optional<ClockForm> ClockFormOf(QVTA_Format format) {
+    switch (format.fType) {
+        case kFormatDate:
+            return ClockForm{86400.0, "%Y-%m-%d"};
+        case kFormatDateTime:
+            return ClockForm{1.0, "%Y-%m-%d %H:%M"};
+        case kFormatTime:
+            return ClockForm{1.0, "%H:%M"};
+        default:
+            return std::nullopt;
+    }
 }
 
 std::string FigureText(double value, const BpFormatSpec& format) {

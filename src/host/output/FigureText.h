@@ -2,6 +2,7 @@
 
 #include "contracts/HostOutput.h"
 
+#include <optional>
 #include <string>
 
 namespace host {
@@ -20,5 +21,14 @@ bool IsMissingFigure(double value);
 /// host's rendering. A number that the decimals would reduce to zero is shown with an exponent. Never depends on the
 /// locale.
 std::string FigureText(double value, const BpFormatSpec& format);
+
+/// How clocks say a figure of a date's or time's format.
+struct ClockForm {
+    double fSeconds;       ///< that one unit of the figure lasts, since the day 1970-01-01 began
+    const char* fPattern;  ///< by strftime's letters
+};
+
+/// The clock form of a format; nothing for plain numbers.
+std::optional<ClockForm> ClockFormOf(QVTA_Format format);
 
 }  // namespace host
