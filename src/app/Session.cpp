@@ -10,6 +10,7 @@
 #include "app/ResultWriter.h"
 #include "app/StopSignal.h"
 #include "app/Terminal.h"
+#include "host/data/DateText.h"
 #include "host/data/SavedDataWriter.h"
 
 #include <algorithm>
@@ -127,7 +128,8 @@ int Describe(const Options& options) {
         const host::Variable& variable = table->GetVariable(i);
         const char* const levels[] = {"", "nominal", "ordinal", "scale"};
         text += variable.fName + std::string(width + 2 - variable.fName.size(), ' ');
-        text += variable.IsText() ? "text(" + std::to_string(variable.fWidth) + ")" : "number";
+        const std::string date = host::DateTypeName(variable.fFormat.fType);
+        text += variable.IsText() ? "text(" + std::to_string(variable.fWidth) + ")" : date.empty() ? "number" : date;
         text += std::string(", ") + levels[static_cast<int>(variable.fLevel)];
         if (!variable.fLabel.empty()) text += ", " + variable.fLabel;
         text += "\n";

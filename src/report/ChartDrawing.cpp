@@ -29,8 +29,9 @@ constexpr std::size_t kMostTraces = 12;  ///< lines of one chart
 constexpr std::size_t kMostNodes = 40;   ///< of a network: beyond them the edges are a blot
 constexpr std::size_t kManyLevels = 12;  ///< labels along the axis stand upright from here on
 constexpr double kPointSize = 70;
-constexpr double kLetterWidth = 7.5;  ///< of labels, about
-constexpr double kLeastNodeStep = 9;  ///< pixels between nodes that have a label each
+constexpr double kCircleWide = 1.6, kCircleHigh = 1.35;  ///< half the plane of a circle of radius 1
+constexpr double kLetterWidth = 7.5;                     ///< of labels, about
+constexpr double kLeastNodeStep = 9;                     ///< pixels between nodes that have a label each
 
 /// A palette that readers with any colour vision tell apart (Okabe and Ito, Color Universal Design, 2008), its yellow
 /// and black exchanged for tones that show on white and on black.
@@ -353,7 +354,10 @@ private:
     /// The plane of a diagram: a circle's with room for the labels around it; an arc's as far as its nodes go.
     Json DiagramDomain(const std::string& along) const {
         const output::ChartAxis* axis = fChart.Axis(along);
-        if (!axis || !axis->fMax) return {-1.6, 1.6};
+        if (!axis || !axis->fMax) {
+            const double half = along == "x" ? kCircleWide : kCircleHigh;
+            return {-half, half};
+        }
         Span span = AxisSpan(along);
         if (along == "x") span.Widen(*axis->fMax);
         if (span.fMost < span.fLeast) return {0.0, 1.0};
@@ -652,10 +656,9 @@ private:
 
     double Height() const {
         if (fInset) return 150;
-        if (!fvPanels.empty()) return fChart.fDiagram ? 250 : 190;
-        if (!fChart.fDiagram) return fChart.Legend("opacity") ? 360 : 300;
+        if (!fChart.fDiagram) return !fvPanels.empty() ? 190 : fChart.Legend("opacity") ? 360 : 300;
         const output::ChartAxis* y = fChart.Axis("y");
-        return y && y->fMax ? std::max(150.0, 20.0 + NodeStep() * *y->fMax) : 380;
+        return y && y->fMax ? std::max(150.0, 20.0 + NodeStep() * *y->fMax) : Width() * kCircleHigh / kCircleWide;
     }
 
     /// Pixels between the nodes of an arc: the more nodes, the closer.

@@ -139,10 +139,14 @@ private:
         fBody +=
             "<details class=\"rows\" open=\"\"><summary>Data of this chart</summary>\n<div class=\"scroll\"><table>\n";
         fBody += fmt::format("<caption>{}</caption>\n<thead><tr>", Escaped(ChartSummary(model)));
-        for (const auto& column : model.ColumnTitles())
-            fBody += "<th scope=\"col\">" + Escaped(column) + "</th>";
-        fBody += "</tr></thead>\n<tbody>\n";
         const auto rows = model.RowTexts();
+        const auto titles = model.ColumnTitles();
+        for (std::size_t c = 0; c < titles.size(); ++c) {
+            const bool words = std::any_of(rows.begin(), rows.end(),
+                                           [c](const auto& row) { return !row[c].empty() && !LooksNumeric(row[c]); });
+            fBody += (words ? "<th scope=\"col\" class=\"t\">" : "<th scope=\"col\">") + Escaped(titles[c]) + "</th>";
+        }
+        fBody += "</tr></thead>\n<tbody>\n";
         const std::size_t shown = std::min(rows.size(), kMostChartRows);
         for (std::size_t r = 0; r < shown; ++r) {
             fBody += "<tr>";

@@ -189,8 +189,11 @@ TEST(ChartDrawing, RowsThatSayNothingAndNumbersThatAreNoneAreLeftOut) {
     EXPECT_EQ(chart.RowTexts().size(), 2U);
     // A mean has more digits than the values that it is made of; a value has its own.
     chart.fvSources[0].fvFields[1].fFormat = QVTA_Format{8, kFormatNumeric, 0};
-    EXPECT_EQ(chart.fvSources[0].fvFields[1].Shown(0.7345), "0.7345");
+    rows[4][1] = 0.7345;
     EXPECT_EQ(chart.fvSources[0].fvFields[1].Shown(12.0), "12");
+    chart.fvSources[0].SettleDigits();
+    EXPECT_EQ(chart.fvSources[0].fvFields[1].Shown(0.7345), "0.7345");
+    EXPECT_EQ(chart.fvSources[0].fvFields[1].Shown(12.0), "12.000");
     // Nothing at all is no document, and said.
     const auto nothing = report::DrawChart(output::ChartModel(), host::Catalogue::Current());
     EXPECT_EQ(nothing.fDocument, "");

@@ -69,6 +69,7 @@ private:
             for (const output::ChartSource& rows : fDocument.fvRows) {
                 if (rows.fName == source.fName) TakeRows(rows, source);
             }
+            source.SettleDigits();
         }
     }
 

@@ -70,6 +70,17 @@ std::string TimeText(double seconds, int decimals) {
 
 }  // namespace
 
+std::string DateTypeName(int type) {
+    return type == kFormatDate ? "date" : type == kFormatDateTime ? "datetime" : type == kFormatTime ? "time" : "";
+}
+
+int DateType(std::string_view name) {
+    for (const int type : {kFormatDate, kFormatDateTime, kFormatTime}) {
+        if (DateTypeName(type) == name) return type;
+    }
+    return 0;
+}
+
 QVTA_Format DateFormat(int type) {
     const int width = type == kFormatDate ? 10 : type == kFormatDateTime ? 19 : 8;
     return {static_cast<std::uint16_t>(width), static_cast<std::uint8_t>(type), 0};

@@ -18,6 +18,12 @@ constexpr bool IsDateFormat(int type) {
     return type >= kFormatDate && type <= kFormatTime;
 }
 
+/// What the type is called, as a schema does: "date", "datetime" or "time"; empty for other types.
+std::string DateTypeName(int type);
+
+/// The type of that name; 0 without one.
+int DateType(std::string_view name);
+
 /// The format that shows all of such values to the second.
 QVTA_Format DateFormat(int type);
 

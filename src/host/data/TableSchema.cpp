@@ -36,10 +36,6 @@ std::optional<FieldSchema::Type> ParseType(const std::string& name) {
     return std::nullopt;
 }
 
-int DateType(const std::string& name) {
-    return name == "date" ? kFormatDate : name == "datetime" ? kFormatDateTime : name == "time" ? kFormatTime : 0;
-}
-
 std::optional<PrintFormat> ParsePrintFormat(const std::string& text) {
     if (text.size() < 2 || (text[0] != 'F' && text[0] != 'f')) return std::nullopt;
     const std::size_t point = text.find('.');

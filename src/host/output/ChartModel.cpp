@@ -26,12 +26,23 @@ std::string ChartField::Shown(const Datum& value) const {
     if (!number) return {};
     if (fFormat && fFormat->fType != kFormatA && fFormat->fType != kFormatAHEX) {
         const std::string text = host::FigureText(*number, BpFormatSpec(*fFormat));
-        // The mean of a variable has more digits than its values.
-        const bool rounded = fFormat->fType == kFormatNumeric && !host::IsMissingFigure(*number) &&
-                             std::fabs(std::strtod(text.c_str(), nullptr) - *number) > 1e-9 * std::fabs(*number);
-        return rounded ? host::FigureText(*number, BpFormatSpec(BpFormatSpec::kCoefficient)) : text;
+        const std::string more = fFine ? host::FigureText(*number, BpFormatSpec(BpFormatSpec::kCoefficient)) : "";
+        return more.size() > text.size() ? more : text;
     }
     return host::FigureText(*number, BpFormatSpec(BpFormatSpec::kSigDigit, *number));
+}
+
+void ChartSource::SettleDigits() {
+    for (std::size_t f = 0; f < fvFields.size(); ++f) {
+        ChartField& field = fvFields[f];
+        if (!field.fFormat || field.fFormat->fType != kFormatNumeric) continue;
+        const double unit = std::pow(10.0, -static_cast<int>(field.fFormat->fDecimals));
+        for (std::size_t row = 0; row < fvRows.size() && !field.fFine; ++row) {
+            const auto* number = std::get_if<double>(&At(row, static_cast<int>(f)));
+            if (!number || host::IsMissingFigure(*number)) continue;
+            field.fFine = std::fabs(std::round(*number / unit) * unit - *number) > 1e-9 * std::fabs(*number);
+        }
+    }
 }
 
 int ChartSource::Find(const std::string& name) const {

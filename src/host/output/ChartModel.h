@@ -31,6 +31,7 @@ struct ChartField {
     std::optional<QVTA_Format> fFormat;                     ///< of its numbers
     std::string fPrefix;                                    ///< stands ahead of each value
     std::vector<std::pair<Datum, std::string>> fvRelabels;  ///< what values show as; the first match holds
+    bool fFine = false;  ///< its numbers have more digits than the format: they are means of such values
 
     /// A value as a reader sees it, without the prefix.
     std::string Shown(const Datum& value) const;
@@ -47,6 +48,8 @@ struct ChartSource {
     const Datum& At(std::size_t row, int field) const;
     std::size_t Cases() const { return (fvRows.size() + fRowsPerCase - 1) / fRowsPerCase; }
     bool HasValues(int field) const;
+    /// Finds the fields whose numbers have more digits than their format.
+    void SettleDigits();
 };
 
 /// One property of a layer's marks and the variable behind it.

@@ -103,6 +103,9 @@
       rows.open = false;
     }
     figure.append(tools);
+    // A wide picture shrinks to the page, but not until its letters can't be read: then it scrolls.
+    const svg = figure.querySelector(".drawing svg");
+    if (svg) svg.style.minWidth = Math.round(0.7 * Number(svg.getAttribute("width"))) + "px";
     figure.classList.add("drawn");
   }
 
