@@ -97,6 +97,10 @@ TEST(ChartDrawing, PanelsHoldTheirOwnRowsAndLines) {
         EXPECT_EQ(row["p0"], "Block = 1");
     }
     EXPECT_EQ(guides, 1);  // a line of a panel that doesn't exist is none
+    // A second variable of panels that no row has is owned up to.
+    chart.fvFacets.push_back("lost");
+    chart.fvSources[0].fvFields.push_back({"lost", "Gender", true, {}, "", {}});
+    EXPECT_THAT(report::DrawChart(chart, host::Catalogue::Current()).fNote, HasSubstr("the levels of Gender apart"));
 }
 
 TEST(ChartDrawing, ManyMarksAndPanelsAreDrawnInPartAndTold) {
