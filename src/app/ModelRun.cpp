@@ -4,6 +4,7 @@
 #include "app/ScoringWalk.h"
 #include "contracts/Host.h"
 #include "host/data/DataSource.h"
+#include "host/strings/Explanations.h"
 #include "procedure/MixDriver.h"
 #include "report/OwnTables.h"
 #include "report/TextRenderer.h"
@@ -17,9 +18,12 @@ namespace {
 /// The errors of a document, as sentences.
 struct ErrorCollector : output::Visitor {
     void Show(const output::Message& message) override {
-        if (message.fLevel >= kLevelError) fErrors.push_back(report::MessageText(message, host::Catalogue::Current()));
+        if (message.fLevel < kLevelError) return;
+        const host::Catalogue& texts = host::Catalogue::Current();
+        fErrors.push_back(
+            {report::MessageText(message, texts), host::Explanations::Current().CodeOf(message.fpText->Show(texts))});
     }
-    std::vector<std::string> fErrors;
+    std::vector<Saying> fErrors;
 };
 
 }  // namespace
@@ -65,25 +69,27 @@ bool ModelRun::AllFitted() const {
     });
 }
 
-std::vector<std::string> ModelRun::Errors() const {
+std::vector<Saying> ModelRun::Errors() const {
     ErrorCollector collector;
     fDocument.Root().Visit(collector);
-    std::vector<std::string>& errors = collector.fErrors;
+    std::vector<Saying>& errors = collector.fErrors;
     if (errors.size() == 2 && fRun.fvResults.size() == 1) {
-        const std::size_t prefix = errors[1].find(": ");
-        errors[0] += " " + errors[1].substr(prefix == std::string::npos ? 0 : prefix + 2);
+        const std::size_t prefix = errors[1].fText.find(": ");
+        errors[0].fText += " " + errors[1].fText.substr(prefix == std::string::npos ? 0 : prefix + 2);
         errors.pop_back();
     }
     return errors;
 }
 
-std::vector<std::string> ModelRun::Notes() const {
-    std::vector<std::string> notes;
+std::vector<Saying> ModelRun::Notes() const {
+    std::vector<Saying> notes;
     for (const run::SplitResult& result : fRun.fvResults) {
         for (const run::Message& message : result.fFigures.fMessages) {
             const bool shown = message.fLevel == "error" && result.fName.empty();
             if (message.fText.empty() || shown) continue;
-            notes.push_back((result.fName.empty() ? "" : result.fName + ": ") + message.fText);
+            const std::string code = std::to_string(message.fCode);
+            notes.push_back({(result.fName.empty() ? "" : result.fName + ": ") + message.fText,
+                             host::Explanations::Current().Find(code) ? code : ""});
         }
     }
     return notes;

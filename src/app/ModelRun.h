@@ -18,6 +18,12 @@ namespace app {
 /// Which of the output's halves a run writes.
 enum class Halves { kClassic, kBoth };
 
+/// A line for the user, and by which code more is told about it; empty: by none.
+struct Saying {
+    std::string fText;
+    std::string fCode;
+};
+
 /// One run of the procedure on a table, from a resolved command to the output tree and the figures. It writes nothing
 /// but the files that the command names.
 class ModelRun {
@@ -43,10 +49,10 @@ public:
     bool AnythingFitted() const;
     bool AllFitted() const;
 
-    /// One line for each thing that kept a model from being fitted: the output's message and the sentence behind it.
-    std::vector<std::string> Errors() const;
+    /// One for each thing that kept a model from being fitted: the output's message and the sentence behind it.
+    std::vector<Saying> Errors() const;
     /// Messages of splits, and of doubtful results, which are notes in the output.
-    std::vector<std::string> Notes() const;
+    std::vector<Saying> Notes() const;
 
 private:
     void Score(ProcedureDataSource& source);

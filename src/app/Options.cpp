@@ -71,6 +71,10 @@ public:
         predict->add_flag("--strict", fOptions.fStrict, "refuse data that lack or change what the model needs");
         predict->add_flag("--quiet", fOptions.fQuiet, "no remarks");
 
+        CLI::App* explain = AddTask("explain", "Tell what a message means and what to do", Task::kExplain);
+        explain->add_option("code", fOptions.fMessageCode, "status or key of the message; without it all are listed");
+        explain->add_flag("--markdown", fOptions.fMarkdown, "all of them, as a page");
+
         AddText("completion", "Print a completion script for a shell")
             ->add_option("shell", fShell, "the shell")
             ->required()

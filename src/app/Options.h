@@ -8,7 +8,7 @@
 
 namespace app {
 
-enum class Task { kFit, kRun, kCheck, kDescribe, kPredict };
+enum class Task { kFit, kRun, kCheck, kDescribe, kPredict, kExplain };
 enum class Format { kText, kJson, kHtml };
 
 /// What the command line says.
@@ -18,6 +18,8 @@ struct Options {
     std::string fDataFile;     ///< describe
     std::string fCommandFile;  ///< run, check; "-" is the standard input
     std::string fModelFile;    ///< predict
+    std::string fMessageCode;  ///< explain; empty: all
+    bool fMarkdown = false;    ///< explain: all as a page
     bool fStrict = false;      ///< predict: refuse data that the model doesn't fit
     /// Text of each command option that was given, by its flag; --data among them.
     std::map<std::string, std::string> fCommandTexts;

@@ -4,6 +4,7 @@
 #include "app/DataTable.h"
 #include "app/DebugDump.h"
 #include "app/ExitCode.h"
+#include "app/Explain.h"
 #include "app/ModelRun.h"
 #include "app/OutputFiles.h"
 #include "app/Predict.h"
@@ -14,6 +15,7 @@
 #include "host/data/SavedDataWriter.h"
 
 #include <algorithm>
+#include <set>
 
 namespace app {
 
@@ -67,11 +69,17 @@ private:
     }
 
     void ReportErrors() const {
+        std::set<std::string> told;
         if (!fOptions.fQuiet)
-            for (const std::string& note : fRun.Notes())
-                Remark(note);
-        for (const std::string& error : fRun.Errors())
-            Complain(error);
+            for (const Saying& note : fRun.Notes())
+                Remark(note.fText + Hint(note.fCode, told));
+        for (const Saying& error : fRun.Errors())
+            Complain(error.fText + Hint(error.fCode, told));
+    }
+
+    /// Where more is told about a message: once for each code.
+    static std::string Hint(const std::string& code, std::set<std::string>& told) {
+        return code.empty() || !told.insert(code).second ? "" : " (hierfit explain " + code + ")";
     }
 
     Options fOptions;
@@ -149,6 +157,8 @@ int RunTask(const Options& options) {
             return Describe(options);
         case Task::kPredict:
             return Predict(options);
+        case Task::kExplain:
+            return Explain(options);
         case Task::kFit:
         case Task::kRun:
             break;

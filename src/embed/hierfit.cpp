@@ -11,7 +11,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -98,16 +98,21 @@ std::vector<Column> SavedColumns(QVTA_DataSourceImpl& source) {
     return columns;
 }
 
+std::string Joined(const std::vector<app::Saying>& sayings) {
+    std::string text;
+    for (const app::Saying& saying : sayings)
+        text += (text.empty() ? "" : " ") + saying.fText;
+    return text;
+}
+
 /// The sentences of a run that fitted nothing, and the status behind them.
 Error WhyNothing(const app::ModelRun& run) {
-    Error error{Error::Kind::kNotFitted, {}, 0};
-    for (const std::string& text : run.Errors())
-        error.fText += (error.fText.empty() ? "" : " ") + text;
+    const std::vector<app::Saying> errors = run.Errors(), notes = run.Notes();
+    Error error{Error::Kind::kNotFitted, Joined(errors.empty() ? notes : errors), 0};
     for (const run::SplitResult& result : run.Value().fvResults)
         if (error.fCode == 0) error.fCode = result.fFigures.fCode;
-    if (error.fText.empty())
-        for (const std::string& text : run.Notes())
-            error.fText += (error.fText.empty() ? "" : " ") + text;
+    // A run that ends before the engine is asked has no figures.
+    if (error.fCode == 0 && !errors.empty()) error.fCode = std::strtol(errors.front().fCode.c_str(), nullptr, 10);
     return error;
 }
 
@@ -138,8 +143,8 @@ Outcome<Fitted> Fit(const Data& data, const std::string& formula, const Options&
         if (run.Stopped()) return Error{Error::Kind::kStopped, "stopped by the caller", 0};
         if (!run.AnythingFitted()) return WhyNothing(run);
         std::vector<std::string> notes = table->Remarks();
-        for (std::string& note : run.Notes())
-            notes.push_back(std::move(note));
+        for (app::Saying& note : run.Notes())
+            notes.push_back(std::move(note.fText));
         Fitted fitted = Collect(run, std::move(scores));
         fitted.fNotes = std::move(notes);
         return fitted;

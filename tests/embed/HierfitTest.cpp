@@ -86,6 +86,7 @@ TEST(Embed, MistakesComeBackAsValues) {
     error = Refused(Groups().Numbers("none", std::vector<double>(20, std::nan(""))), "y ~ none");
     EXPECT_EQ(error.fKind, Error::Kind::kNotFitted);
     EXPECT_FALSE(error.fText.empty());
+    EXPECT_EQ(error.fCode, 230024);
 
     options.fTexts.clear();
     options.fStop = [] { return true; };
