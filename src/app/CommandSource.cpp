@@ -62,6 +62,13 @@ std::vector<command::Item> NameItems(const std::string& text, const char* separa
     return items;
 }
 
+void ApplyOptions(const Options& options, command::CommandTree& tree) {
+    for (const CommandOption& option : CommandOptions()) {
+        const auto given = options.fCommandTexts.find(option.fFlag);
+        if (given != options.fCommandTexts.end()) ApplyOption(tree, option, given->second);
+    }
+}
+
 }  // namespace
 
 CommandSource::CommandSource(const Options& options) {
@@ -72,10 +79,7 @@ CommandSource::CommandSource(const Options& options) {
     } else {
         ReadFile(options.fCommandFile);
     }
-    for (const CommandOption& option : CommandOptions()) {
-        const auto given = options.fCommandTexts.find(option.fFlag);
-        if (given != options.fCommandTexts.end()) ApplyOption(fTree, option, given->second);
-    }
+    ApplyOptions(options, fTree);
     if (fFormula) {
         std::vector<command::Item> nominal;
         if (const command::Parameter* named = fTree.Find("DATA", "NOMINAL")) nominal = named->fvItems;
@@ -161,6 +165,12 @@ void ApplyOption(command::CommandTree& tree, const CommandOption& option, const 
             if (c == '-') c = '_';
     if (!command::SetFromOption(tree, option.fSubcommand, option.fParameter, shown, option.fFlag, error))
         throw Failure{kWrongUse, error.Message()};
+}
+
+command::DataWishes WishesOf(const Options& options) {
+    command::CommandTree tree;
+    ApplyOptions(options, tree);
+    return command::ReadDataWishes(tree);
 }
 
 host::DataOptions DataOptionsOf(const command::DataWishes& wishes) {

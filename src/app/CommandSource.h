@@ -37,6 +37,9 @@ private:
 /// Puts an option over a command. Throws Failure.
 void ApplyOption(command::CommandTree& tree, const CommandOption& option, const std::string& text);
 
+/// What the options say of the data, for tasks without a command. Throws Failure.
+command::DataWishes WishesOf(const Options& options);
+
 /// How data are to be read for a command.
 host::DataOptions DataOptionsOf(const command::DataWishes& wishes);
 

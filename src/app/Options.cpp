@@ -61,6 +61,8 @@ public:
 
         CLI::App* describe = AddTask("describe", "Show what a data file holds, as it is understood", Task::kDescribe);
         describe->add_option("datafile", fOptions.fDataFile, "data file, CSV or TSV with a header line")->required();
+        for (const char* flag : {"--data-schema", "--nominal", "--ordinal", "--missing", "--decimal-comma"})
+            AddCommandOption(*describe, FindOption(flag), false);
 
         CLI::App* predict = AddTask("predict", "Score new data by a model file", Task::kPredict);
         predict->add_option("modelfile", fOptions.fModelFile, "file that --model-out or OUTFILE MODEL has written")

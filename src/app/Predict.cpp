@@ -35,15 +35,6 @@ std::string ReadModelFile(const std::string& file) {
     return text;
 }
 
-command::DataWishes Wishes(const Options& options) {
-    command::CommandTree tree;
-    for (const CommandOption& option : CommandOptions()) {
-        const auto given = options.fCommandTexts.find(option.fFlag);
-        if (given != options.fCommandTexts.end()) ApplyOption(tree, option, given->second);
-    }
-    return command::ReadDataWishes(tree);
-}
-
 void Tell(const Predictor& predictor) {
     for (const Misfits* misfits : {&predictor.Grave(), &predictor.Light()}) {
         for (const std::string& sentence : misfits->Sentences())
@@ -54,7 +45,7 @@ void Tell(const Predictor& predictor) {
 }  // namespace
 
 int Predict(const Options& options) {
-    const command::DataWishes wishes = Wishes(options);
+    const command::DataWishes wishes = WishesOf(options);
     CheckFiles({}, options.fOutput, wishes.fFile);
     std::string problem;
     const auto model = engine::StoredModel::Read(ReadModelFile(options.fModelFile), problem);

@@ -124,7 +124,7 @@ int Check(const Options& options) {
 }
 
 int Describe(const Options& options) {
-    command::DataWishes wishes;
+    command::DataWishes wishes = WishesOf(options);
     wishes.fFile = options.fDataFile;
     const std::shared_ptr<host::Table> table = OpenTable(wishes, options.fQuiet);
     std::size_t width = 8;

@@ -18,7 +18,10 @@ public:
         if (Now().fKind == Token::Kind::kEnd) Refuse("expected the model behind ~; an intercept alone is 1");
         FormulaNode root = Operator("~", at, {std::move(left), Sum()});
         if (Now().Is('|')) Refuse("a random term stands in parentheses, as in (1 | group); unexpected |");
-        if (Now().fKind != Token::Kind::kEnd) Refuse("expected + or another operator, found " + Now().Shown());
+        const bool name = Now().fKind == Token::Kind::kName;
+        if (Now().fKind != Token::Kind::kEnd)
+            Refuse("expected + or another operator, found " + Now().Shown() +
+                   (name ? "; a name with blanks stands in backticks, as in `body mass`" : ""));
         return root;
     }
 

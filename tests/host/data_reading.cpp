@@ -89,7 +89,7 @@ TEST(DataReading, LateTextKeepsTheSpellingOfEarlierCells) {
     EXPECT_EQ(Texts(*table, "w"), w);
     EXPECT_THAT(Texts(*table, "u")[0], "1.0");
     EXPECT_EQ(Numbers(*table, "k")[rows - 1], rows - 1);
-    EXPECT_EQ(table->GetVariable(1).fWhyText, "line 100003 has \"n/a\"");
+    EXPECT_EQ(table->GetVariable(1).fWhyText, "line 100003 has \"n/a\"; if that means missing, say --missing 'n/a'");
     ASSERT_EQ(table->Remarks().size(), 3u);
     EXPECT_THAT(table->Remarks()[0], HasSubstr("column \"v\""));
 }

@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kChunk = std::size_t{1} << 19;
 constexpr std::size_t kLongestRecord = std::size_t{256} << 20;
+constexpr std::size_t kLongestMissing = 12;  ///< bytes of a text that may well mean "missing"
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 constexpr std::array<double, 20> kPowers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
@@ -419,11 +420,26 @@ bool DelimitedScanner::StoreText(CellSink& sink, std::string_view text) {
     return !fError;
 }
 
+/// How a text would be read as a number after all; empty when it wouldn't.
+std::string DelimitedScanner::NumberRemedy(std::string_view text) const {
+    double number = 0.0;
+    if (ReadNumber(text, !fSetup.fDecimalComma, number) != NumberReading::kNumber) return {};
+    return fSetup.fDecimalComma ? "; with a decimal point, leave --decimal-comma out"
+                                : "; if that is a decimal comma, say --decimal-comma yes";
+}
+
 // Rows before this one are filled in later, from the file; if there was nothing in them but empty fields, now.
 void DelimitedScanner::TurnToText(CellSink& sink, std::string_view text) {
     sink.fMode = CellSink::Mode::kText;
     sink.fTextFrom = sink.fAnyContent ? fRows : 0;
-    if (sink.fAnyNumber) sink.fWhyText = "line " + std::to_string(fLine) + " has " + Quote(text);
+    const std::string remedy = NumberRemedy(text);
+    if (sink.fAnyNumber || !remedy.empty()) {
+        sink.fWhyText = "line " + std::to_string(fLine) + " has " + Quote(text);
+        if (!remedy.empty())
+            sink.fWhyText += remedy;
+        else if (text.size() <= kLongestMissing)
+            sink.fWhyText += "; if that means missing, say --missing '" + std::string(text) + "'";
+    }
     sink.fPool = std::make_shared<StringPool>(fSetup.fPlace);
     sink.fCodes.assign(fSetup.fBlockRows, 0);
     std::vector<double>().swap(sink.fNumbers);

@@ -83,6 +83,7 @@ private:
     Step TakeQuoted(const char*& at, std::string_view& text);
     bool StoreNumberText(CellSink& sink, std::string_view text);
     bool StoreText(CellSink& sink, std::string_view text);
+    std::string NumberRemedy(std::string_view text) const;
     void TurnToText(CellSink& sink, std::string_view text);
     Step FailCount(const char* at, int fields);
     Step Fail(std::string text, long line, const std::string& column = {});
