@@ -77,10 +77,10 @@ TEST_F(Messages, WhatIsExplainedIsSaidSomewhere) {
         if (entry.contains("key") && entry.at("key") != "") {
             const std::string key = entry.at("key");
             EXPECT_TRUE(texts.contains(key)) << code;
-            EXPECT_NE(Sources().find("\"" + key + "\""), std::string::npos) << code;
+            EXPECT_NE(Sources().find('"' + key + '"'), std::string::npos) << code;
         }
         for (const auto& beginning : entry.value("also", nlohmann::json::array()))
-            EXPECT_NE(Sources().find("\"" + beginning.get<std::string>()), std::string::npos) << code;
+            EXPECT_NE(Sources().find('"' + beginning.get<std::string>()), std::string::npos) << code;
     }
 }
 

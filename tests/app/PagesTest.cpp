@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 
 /// What the pages show at a console happens: each command of a block ```console is run, in a copy of the examples that
@@ -65,6 +66,19 @@ TEST(Pages, WhatTheyShowHappens) {
         }
     }
     EXPECT_GE(steps, 30);
+}
+
+TEST(Pages, LinksLeadToPagesAndEveryPageIsListed) {
+    const fs::path docs = HIERFIT_SOURCE_DIR "/docs";
+    const std::string list = apptest::ReadFile(docs / "pages");
+    for (const auto& entry : fs::directory_iterator(docs)) {
+        if (entry.path().extension() != ".md") continue;
+        EXPECT_THAT(list, testing::ContainsRegex("(^|\n)" + entry.path().stem().string() + " "));
+        const std::string page = apptest::ReadFile(entry.path());
+        const std::regex link("\\]\\(([^)#:]+)(#[^)]*)?\\)");
+        for (std::sregex_iterator match(page.begin(), page.end(), link), end; match != end; ++match)
+            EXPECT_TRUE(fs::exists(docs / (*match)[1].str())) << entry.path() << ": " << (*match)[0];
+    }
 }
 
 TEST(Pages, EveryStructureIsOnItsPage) {
