@@ -33,6 +33,7 @@ public:
     /// What to set before Drive: wishes, threads, stop, progress; and what is left after it.
     run::RunValue& Value() { return fRun; }
     const run::RunValue& Value() const { return fRun; }
+    host::OutputDocument& Document() { return fDocument; }
     const host::OutputDocument& Document() const { return fDocument; }
 
     /// The run, once. The viewer's half is read from the documents, which are among the wishes then.

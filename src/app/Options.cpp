@@ -71,6 +71,7 @@ public:
             AddCommandOption(*predict, FindOption(flag), true);
         predict->add_option("-o,--output", fOptions.fOutput, "write the data with the predictions to this file");
         predict->add_flag("--strict", fOptions.fStrict, "refuse data that lack or change what the model needs");
+        AddThreads(*predict);
         predict->add_flag("--quiet", fOptions.fQuiet, "no remarks");
 
         CLI::App* explain = AddTask("explain", "Tell what a message means and what to do", Task::kExplain);
@@ -179,13 +180,17 @@ private:
                         "write each chart as a Vega-Lite document into this directory");
         task.add_option("--show", fOptions.fShow, "which half of the output; the viewer's unless told, in JSON all")
             ->check(CLI::IsMember({"classic", "viewer", "all"}));
-        task.add_option("--threads", fOptions.fThreads, "number of threads; all cores unless given")
-            ->check(CLI::Range(1, 1024));
+        AddThreads(task);
         task.add_flag("--quiet", fOptions.fQuiet, "no remarks and no progress");
         task.add_flag("--verbose", fOptions.fVerbose, "show the iterations");
         task.add_option("--debug", fOptions.fDebug, "internal texts: specs,varlist,component,stats,records")
             ->type_name("");
         task.add_flag("--show-command", fOptions.fShowCommand, "print the HIERFIT command instead of running it");
+    }
+
+    void AddThreads(CLI::App& task) {
+        task.add_option("--threads", fOptions.fThreads, "number of threads; all cores unless given")
+            ->check(CLI::Range(1, 1024));
     }
 
     Options& fOptions;

@@ -51,16 +51,17 @@ int Predict(const Options& options) {
     const auto model = engine::StoredModel::Read(ReadModelFile(options.fModelFile), problem);
     if (!model) throw Failure{kFileError, options.fModelFile + ": " + problem};
     const std::shared_ptr<host::Table> table = OpenTable(wishes, options.fQuiet);
-    Predictor predictor(*model, *table);
+    Predictor predictor(*model, *table, options.fThreads);
     if (!predictor.Problem().empty()) throw Failure{kFileError, predictor.Problem()};
     predictor.Run();
     if (options.fStrict && !predictor.Grave().Empty())
         throw Failure{kFileError, wishes.fFile + ": does not fit the model: " + predictor.Grave().Sentences().front()};
     if (!options.fQuiet) {
         Tell(predictor);
-        if (!model->HasErrors())
-            Remark(
-                "the model file has no standard errors of predictions with random effects, of which it has too many");
+        if (const std::string lacks = model->Lacks(); !lacks.empty())
+            Remark("the model file has no " + lacks +
+                   " of predictions with random effects, of which it has too many; --save writes them when the model "
+                   "is fitted");
     }
     if (const auto error = host::WriteWithColumns(*table, predictor.Columns(), options.fOutput))
         throw Failure{kFileError, error->Message()};

@@ -1,6 +1,7 @@
 #include "app/Predictor.h"
 
 #include "contracts/EngineStatus.h"
+#include "engine/model/Workers.h"
 #include "host/data/DataSource.h"
 #include "host/data/NumberText.h"
 
@@ -13,6 +14,16 @@
 #include <unordered_map>
 
 namespace app {
+
+void Misfits::Add(const Misfits& other) {
+    for (const auto& [kind, added] : other.fEntries) {
+        Entry& entry = fEntries[kind];
+        entry.fRows += added.fRows;
+        for (const std::string& example : added.fExamples) {
+            if (entry.fExamples.size() <= kExamples) entry.fExamples.insert(example);
+        }
+    }
+}
 
 std::vector<std::string> Misfits::Sentences() const {
     std::vector<std::string> sentences;
@@ -123,11 +134,116 @@ private:
     std::vector<double> fCells;
 };
 
+/// What rows met that were predicted together.
+struct Met {
+    Misfits fGrave;
+    Misfits fLight;
+    bool fPredicted = false;
+
+    void Add(const Met& other) {
+        fGrave.Add(other.fGrave);
+        fLight.Add(other.fLight);
+        fPredicted = fPredicted || other.fPredicted;
+    }
+};
+
+using Sources = std::deque<Source>;
+
+/// Predicts rows of the block that the sources hold, for one thread.
+class RowPredictor {
+public:
+    RowPredictor(const engine::StoredModel& model, const Sources& sources, const Sources& splits,
+                 std::deque<host::SavedColumn>& columns)
+        : fSources(sources),
+          fSplits(splits),
+          fColumns(columns),
+          fFixed(model.MakeScorer(Types(false))),
+          fWhole(model.MakeScorer(Types(true))),
+          fRecord(sources.size()) {}
+
+    const Met& What() const { return fMet; }
+
+    /// i: the row's place in the block.
+    void Predict(std::uint64_t row, std::size_t i) {
+        bool fixed = IsOfSplit(i);
+        bool random = fixed;
+        for (std::size_t c = 0; c < fSources.size(); ++c) {
+            const engine::StoredModel::Column& column = fSources[c].Column();
+            fRecord[c] = column.fCategorical ? -1.0 : 0.0;
+            if (!column.fFixed && !column.fRandom && !column.fSubject) continue;
+            const bool usable = Fetch(fSources[c], i, &fRecord[c]);
+            if (!usable && column.fFixed) fixed = random = false;
+            if (!usable && column.fRandom) random = false;
+        }
+        if (!fixed) return;
+        fMet.fPredicted = true;
+        if (random && !fWhole.KnowsSubjects(fRecord.data()))
+            fMet.fLight.Count(
+                "the subject is one that the model has not seen; the population's prediction stands there");
+        (random ? fWhole : fFixed).Score(fRecord.data(), fScores, nullptr);
+        for (std::size_t k = 0; k < fScores.size(); ++k)
+            fColumns[k].Set(row, MCMV::IsMissing(fScores[k]) ? kNaN : fScores[k]);
+    }
+
+private:
+    static std::vector<ScoreType> Types(bool whole) {
+        std::vector<ScoreType> types;
+        for (const Prediction& prediction : kPredictions) {
+            if (whole || !prediction.fWhole) types.push_back(prediction.fType);
+        }
+        return types;
+    }
+
+    bool IsOfSplit(std::size_t i) {
+        for (const Source& source : fSplits) {
+            if (source.Value(i) == 0.0) continue;
+            fMet.fGrave.Count("the split is not the model's, " + source.Column().fName + " = " +
+                              source.Column().fCategories.front() + "; the prediction is missing");
+            return false;
+        }
+        return true;
+    }
+
+    /// False, with the reason counted, when the row has no value that the model can use.
+    bool Fetch(const Source& source, std::size_t i, double* value) {
+        const engine::StoredModel::Column& column = source.Column();
+        const bool subjectOnly = !column.fFixed && !column.fRandom;
+        if (source.IsReadable() && !source.IsMissing(i)) {
+            *value = source.Value(i);
+            if (!column.fCategorical || *value >= 0.0 || subjectOnly) return true;
+        }
+        const std::string name = "\"" + column.fName + "\"";
+        const std::string outcome =
+            subjectOnly ? "the population's prediction stands there" : "the prediction is missing";
+        if (source.IsAbsent()) {
+            fMet.fGrave.Count("the column " + name + " is not there; " + outcome);
+        } else if (source.IsChanged()) {
+            fMet.fGrave.Count("the column " + name + " has " + (column.fText ? "numbers" : "texts") +
+                              " where the model has " + (column.fText ? "texts" : "numbers") + "; " + outcome);
+        } else if (source.IsMissing(i)) {
+            fMet.fLight.Count("the value of " + name + " is missing; " + outcome);
+        } else {
+            fMet.fGrave.Count("the category of " + name + " is one that the model has not seen; " + outcome,
+                              source.Shown(i));
+        }
+        return false;
+    }
+
+    const Sources& fSources;
+    const Sources& fSplits;
+    std::deque<host::SavedColumn>& fColumns;
+    engine::Scorer fFixed, fWhole;
+    std::vector<double> fRecord;
+    std::vector<double> fScores;
+    Met fMet;
+};
+
 }  // namespace
 
 class Predictor::Walk {
 public:
-    Walk(const engine::StoredModel& model, const host::Table& table) : fModel(model), fTable(table) {
+    Walk(const engine::StoredModel& model, const host::Table& table, int threads)
+        : fModel(model), fTable(table), fCrew(threads) {
         for (const engine::StoredModel::Column& column : model.Columns())
             fSources.emplace_back(table, column);
         for (const auto& [name, value] : model.Split()) {
@@ -138,30 +254,33 @@ public:
         for (const engine::StoredModel::Column& column : fSplitColumns) {
             if (table.Find(column.fName) >= 0) fSplits.emplace_back(table, column);
         }
-        for (const Prediction& prediction : kPredictions)
-            (prediction.fWhole ? fWholeTypes : fFixedTypes).push_back(prediction.fType);
         for (std::size_t k = 0; k < kPredictions.size(); ++k)
             fColumns.emplace_back(table.InputRowCount(), host::ScratchPlace());
-        fRecord.resize(fSources.size());
     }
 
+    /// What the rows met doesn't depend on the number of threads.
     void Run() {
         const std::uint64_t rows = fTable.RowCount();
         for (std::uint64_t first = 0; first < rows; first += fTable.BlockRows()) {
             const std::size_t count = std::min<std::uint64_t>(fTable.BlockRows(), rows - first);
-            for (Source& source : fSources)
-                source.ReadBlock(first, count);
-            for (Source& source : fSplits)
-                source.ReadBlock(first, count);
-            for (std::size_t i = 0; i < count; ++i)
-                PredictRow(first + i, i);
+            for (Sources* sources : {&fSources, &fSplits}) {
+                for (Source& source : *sources)
+                    source.ReadBlock(first, count);
+            }
+            std::vector<Met> parts((count + kRun - 1) / kRun);
+            fCrew.Run(static_cast<int>(parts.size()), [&](int part) {
+                RowPredictor predictor(fModel, fSources, fSplits, fColumns);
+                for (std::size_t i = part * kRun; i < std::min(count, (part + 1) * kRun); ++i)
+                    predictor.Predict(first + i, i);
+                parts[part] = predictor.What();
+            });
+            for (const Met& part : parts)
+                fMet.Add(part);
             fTable.ForgetBlock(first);
         }
     }
 
-    const Misfits& Grave() const { return fGrave; }
-    const Misfits& Light() const { return fLight; }
-    bool PredictedAny() const { return fPredicted; }
+    const Met& What() const { return fMet; }
 
     std::vector<host::AddedColumn> Columns() const {
         std::vector<host::AddedColumn> columns;
@@ -177,6 +296,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t kRun = 8192;  // rows that a thread takes at once
+
     /// "PRED_2" when the data have a "PRED_1".
     std::string FreeName(std::string name) const {
         for (int number = 2; fTable.Find(name) >= 0; ++number)
@@ -184,86 +305,18 @@ private:
         return name;
     }
 
-    void PredictRow(std::uint64_t row, std::size_t i) {
-        bool fixed = IsOfSplit(i);
-        bool random = fixed;
-        for (std::size_t c = 0; c < fSources.size(); ++c) {
-            const engine::StoredModel::Column& column = fSources[c].Column();
-            fRecord[c] = column.fCategorical ? -1.0 : 0.0;
-            if (!column.fFixed && !column.fRandom && !column.fSubject) continue;
-            const bool usable = Fetch(fSources[c], i, &fRecord[c]);
-            if (!usable && column.fFixed) fixed = random = false;
-            if (!usable && column.fRandom) random = false;
-        }
-        if (!fixed) return;
-        fPredicted = true;
-        Store(row, fFixedTypes, false);
-        if (!random) return;
-        if (!fModel.KnowsSubjects(fRecord.data()))
-            fLight.Count("the subject is one that the model has not seen; the population's prediction stands there");
-        Store(row, fWholeTypes, true);
-    }
-
-    bool IsOfSplit(std::size_t i) {
-        for (const Source& source : fSplits) {
-            if (source.Value(i) == 0.0) continue;
-            fGrave.Count("the split is not the model's, " + source.Column().fName + " = " +
-                         source.Column().fCategories.front() + "; the prediction is missing");
-            return false;
-        }
-        return true;
-    }
-
-    /// False, with the reason counted, when the row has no value that the model can use.
-    bool Fetch(const Source& source, std::size_t i, double* value) {
-        const engine::StoredModel::Column& column = source.Column();
-        const bool subjectOnly = !column.fFixed && !column.fRandom;
-        const std::string name = "\"" + column.fName + "\"";
-        const std::string outcome =
-            subjectOnly ? "the population's prediction stands there" : "the prediction is missing";
-        if (source.IsAbsent()) {
-            fGrave.Count("the column " + name + " is not there; " + outcome);
-            return false;
-        }
-        if (source.IsChanged()) {
-            fGrave.Count("the column " + name + " has " + (column.fText ? "numbers" : "texts") +
-                         " where the model has " + (column.fText ? "texts" : "numbers") + "; " + outcome);
-            return false;
-        }
-        if (source.IsMissing(i)) {
-            fLight.Count("the value of " + name + " is missing; " + outcome);
-            return false;
-        }
-        *value = source.Value(i);
-        if (!column.fCategorical || *value >= 0.0 || subjectOnly) return true;
-        fGrave.Count("the category of " + name + " is one that the model has not seen; " + outcome, source.Shown(i));
-        return false;
-    }
-
-    void Store(std::uint64_t row, const std::vector<ScoreType>& types, bool whole) {
-        const std::vector<double> scores = fModel.Score(fRecord.data(), types);
-        std::size_t next = 0;
-        for (std::size_t k = 0; k < kPredictions.size(); ++k) {
-            if (kPredictions[k].fWhole != whole) continue;
-            const double score = scores[next++];
-            fColumns[k].Set(row, MCMV::IsMissing(score) ? kNaN : score);
-        }
-    }
-
     const engine::StoredModel& fModel;
     const host::Table& fTable;
-    std::deque<Source> fSources;
+    engine::Workers fCrew;
+    Sources fSources;
     std::deque<engine::StoredModel::Column> fSplitColumns;
-    std::deque<Source> fSplits;
-    std::vector<ScoreType> fFixedTypes, fWholeTypes;
+    Sources fSplits;
     std::deque<host::SavedColumn> fColumns;
-    std::vector<double> fRecord;
-    Misfits fGrave, fLight;
-    bool fPredicted = false;
+    Met fMet;
 };
 
-Predictor::Predictor(const engine::StoredModel& model, const host::Table& table)
-    : fpWalk(std::make_unique<Walk>(model, table)) {}
+Predictor::Predictor(const engine::StoredModel& model, const host::Table& table, int threads)
+    : fpWalk(std::make_unique<Walk>(model, table, threads)) {}
 
 Predictor::~Predictor() = default;
 
@@ -272,15 +325,15 @@ void Predictor::Run() {
 }
 
 const Misfits& Predictor::Grave() const {
-    return fpWalk->Grave();
+    return fpWalk->What().fGrave;
 }
 
 const Misfits& Predictor::Light() const {
-    return fpWalk->Light();
+    return fpWalk->What().fLight;
 }
 
 bool Predictor::PredictedAny() const {
-    return fpWalk->PredictedAny();
+    return fpWalk->What().fPredicted;
 }
 
 std::vector<host::AddedColumn> Predictor::Columns() const {

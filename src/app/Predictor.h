@@ -21,6 +21,7 @@ public:
         ++entry.fRows;
         if (!example.empty() && entry.fExamples.size() <= kExamples) entry.fExamples.insert(example);
     }
+    void Add(const Misfits& other);
     bool Empty() const { return fEntries.empty(); }
 
     /// "in 12 rows", and what is with them.
@@ -35,10 +36,10 @@ private:
     std::map<std::string, Entry> fEntries;
 };
 
-/// Scores the rows of a table by a stored model. Both outlive it.
+/// Scores the rows of a table by a stored model. Both outlive it. threads: 0 for all cores.
 class Predictor {
 public:
-    Predictor(const engine::StoredModel& model, const host::Table& table);
+    Predictor(const engine::StoredModel& model, const host::Table& table, int threads = 0);
     ~Predictor();
 
     /// Why there is no room for the predictions; empty when there is. To be asked before Run.

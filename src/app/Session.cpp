@@ -31,6 +31,7 @@ public:
         value.fThreads = options.fThreads;
         value.fStop = StopSignal::Asked;
         value.fWishes.fDocuments = fOptions.fShow != "classic";
+        fRun.Document().fDrawn = options.fFormat != Format::kText || !options.fChartsDirectory.empty();
         value.fWishes.fRandomEffects = fOptions.fFormat == Format::kJson;
         const std::string file = specification.fFiles.fData;
         if (file.empty()) return;

@@ -211,7 +211,7 @@ TEST(GlmmBehaviour, PredictionsAreOnTheScaleOfTheTarget) {
         const GlmmResult result = FitGlmm(spec, target, view);
         ASSERT_NE(result.fModel, nullptr) << result.fFit.fStatus.fDetail;
         const double* record = view.Row(7);
-        const TargetPrediction whole = result.fModel->Predict(result.fFit, record, true);
+        const TargetPrediction whole = PredictRecord(result, record, true);
         double sum = 0.0;
         for (double share : whole.fProbabilities)
             sum += share;
@@ -231,13 +231,14 @@ TEST(GlmmBehaviour, PredictionsAreOnTheScaleOfTheTarget) {
     const RecordView herds = cbpp.View(spec);
     const GlmmResult result = FitGlmm(spec, target, herds);
     const double* record = herds.Row(3);
-    const TargetPrediction fixed = result.fModel->Predict(result.fFit, record, false);
-    const ContrastResult linear = result.fFit.Contrast(result.fFit.FixedRow(record));
+    const TargetPrediction fixed = PredictRecord(result, record, false);
+    RowEstimator estimator(*result.fFit.fModel);
+    const Estimated linear = estimator.Estimate(estimator.RowOf(record, 0), true);
     const double mean = 1.0 / (1.0 + std::exp(-linear.fEstimate));
     const double size = record[cbpp["size"]];
     EXPECT_NEAR(fixed.fValue, size * mean, 1e-10);
     EXPECT_NEAR(fixed.fStdError, size * mean * (1.0 - mean) * linear.fStdError, 1e-10);
-    EXPECT_NEAR(result.fModel->Predict(result.fFit, record, true).fValue, result.fFitted[3], 1e-6);
+    EXPECT_NEAR(PredictRecord(result, record, true).fValue, result.fFitted[3], 1e-6);
 }
 
 // With one factor the means of categories are the fixed predictions of a level's records.
@@ -264,7 +265,7 @@ void ExpectMeansOfCategories(Distribution distribution, CsvRecords data, const s
         for (std::size_t i = 0; i < view.fCount; i += 7) {
             const double* record = view.Row(i);
             const ContrastResult& mean = means.fMeans[static_cast<std::size_t>(record[data[factor]])].fResult;
-            const TargetPrediction fixed = result.fModel->Predict(result.fFit, record, false);
+            const TargetPrediction fixed = PredictRecord(result, record, false);
             EXPECT_NEAR(mean.fEstimate, fixed.fProbabilities[scale.fCategory], 1e-12);
             EXPECT_TRUE(0.0 < mean.fLower && mean.fLower < mean.fEstimate && mean.fUpper < 1.0);
             if (fixed.fValue == scale.fCategory + 1.0) {

@@ -44,6 +44,11 @@ inline TargetSpec Target(run::Distribution distribution, run::Link link) {
     return target;
 }
 
+inline TargetPrediction PredictRecord(const GlmmResult& result, const double* record, bool whole) {
+    RowEstimator estimator(*result.fFit.fModel);
+    return result.fModel->Predict(estimator, record, whole, true);
+}
+
 /// Seizure counts of the epilepsy trial on its usual predictors.
 inline ModelSpec Seizures(const CsvRecords& data) {
     ModelEffect both = Factor(data["trt"]);

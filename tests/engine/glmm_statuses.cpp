@@ -117,7 +117,7 @@ TEST(GlmmStatuses, EveryPairOfTargetAndLinkIsFittedOrRefused) {
             }
             ASSERT_TRUE(result.fFit.HasEstimates()) << result.fFit.fStatus.fCode << result.fFit.fStatus.fDetail;
             EXPECT_TRUE(result.fFit.fStatus.IsOk());
-            const TargetPrediction prediction = result.fModel->Predict(result.fFit, view.Row(0), false);
+            const TargetPrediction prediction = PredictRecord(result, view.Row(0), false);
             if (IsMultinomial(distribution)) {
                 for (int c = 0; c < 3; ++c)
                     EXPECT_NEAR(prediction.fProbabilities[c], shares[c], kClosedForm);
@@ -148,7 +148,7 @@ TEST(GlmmStatuses, WeightsAndOffsetsEnterTheMean) {
     spec.fOffset = Records::kOffset;
     const GlmmResult offset = FitGlmm(spec, target, view);
     EXPECT_NEAR(offset.fFit.fFixed[0].fEstimate, std::log(sum / exposed), kClosedForm);
-    EXPECT_NEAR(offset.fModel->Predict(offset.fFit, view.Row(3), false).fValue,
+    EXPECT_NEAR(PredictRecord(offset, view.Row(3), false).fValue,
                 sum / exposed * std::exp(view.Row(3)[Records::kOffset]), 1e-6);
     spec.fOffset = -1;
     spec.fOffsetValue = 0.7;
@@ -197,7 +197,7 @@ TEST(GlmmStatuses, AResidualStructureTakesTheScale) {
         spec.fResidual.fType = CovarianceType::kCS;
         const GlmmResult correlated = FitGlmm(spec, target, view);
         ASSERT_TRUE(correlated.fModel) << correlated.fFit.fStatus.fDetail;
-        EXPECT_NEAR(correlated.fModel->Predict(correlated.fFit, view.Row(0), false).fValue, mean, 1e-6);
+        EXPECT_NEAR(PredictRecord(correlated, view.Row(0), false).fValue, mean, 1e-6);
     }
 }
 

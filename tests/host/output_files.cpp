@@ -84,6 +84,23 @@ TEST_F(OutputFiles, ABadStreamLeavesTheOldFileAndOneErrorAndNothingElse) {
     EXPECT_EQ(Errors().size(), 2U);
 }
 
+TEST_F(OutputFiles, ASplitsDocumentsHaveItsNumber) {
+    fRun.fSplit = {{"site", "b"}};
+    fRun.fSplitOrdinal = 1;
+    Write(fName, "result");
+    TestAndStoreToPes(fName.c_str(), 6, 1);
+    EXPECT_EQ(Read(fFolder / "model_2.xml"), "result");
+    EXPECT_EQ(Read(fName), "old");
+    std::string model;
+    QVTA_PMMLPooling pool(QVTA_DataSource(), (fFolder / "m.pmml").string());
+    pool.GetCurrentPMMLName(model, {});
+    EXPECT_EQ(fs::path(model).filename(), "m_2.pmml");
+    Write(model, "model");
+    TestAndStoreToPes(model.c_str(), 6, 1);
+    EXPECT_EQ(Read(model), "model");
+    EXPECT_EQ(Files(), 3U);
+}
+
 TEST_F(OutputFiles, WhatIsNeverRegisteredIsRemovedAtTheEnd) {
     Write(fName, "half");
     EXPECT_EQ(Files(), 2U);

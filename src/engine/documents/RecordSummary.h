@@ -29,15 +29,16 @@ struct RecordSummary {
     int fFirstSubjectTotal = 0;  ///< records that the subject has
 };
 
-/// The prediction of a record of a view on the target's scale, random effects included.
-using FittedRecord = std::function<double(std::size_t)>;
+/// The predictions of so many records of a view, from the first one on, on the target's scale and with random effects.
+/// Called by several threads at once.
+using FittedRun = std::function<void(std::size_t first, std::size_t count, double* fitted)>;
 
 /// target: null for a linear mixed model. fitted: as WorkingModel::Fitted has it for a generalized one. The records are
-/// read three times, and nothing is kept of each.
+/// read twice, on spec.fThreads threads, and nothing is kept of each.
 RecordSummary SummariseRecords(const FitResult& fit, const ModelSpec& spec, const TargetSpec* target,
-                               const RecordView& view, const FittedRecord& fitted);
+                               const RecordView& view, const FittedRun& fitted);
 
 /// X beta + Z u + offset. The fit, spec and records outlive the function.
-FittedRecord LinearPredictor(const FitResult& fit, const ModelSpec& spec, const RecordView& view);
+FittedRun LinearPredictor(const FitResult& fit, const ModelSpec& spec, const RecordView& view);
 
 }  // namespace engine

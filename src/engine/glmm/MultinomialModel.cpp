@@ -80,30 +80,32 @@ public:
         return good;
     }
 
-    TargetPrediction Predict(const FitResult& fit, const double* record, bool whole) const override {
+    TargetPrediction Predict(RowEstimator& fit, const double* record, bool whole, bool errors) const override {
         const int p = Predictors();
         std::vector<MixedRow> rows;
+        std::vector<double> scratch;
         Eigen::VectorXd eta(p);
         for (int k = 0; k < p; ++k) {
-            rows.push_back(Combination(fit, record, k, whole));
-            eta[k] = fit.Contrast(rows.back()).fEstimate + Offset(record);
+            rows.push_back(Combination(fit, record, k, whole, scratch));
+            eta[k] = fit.Estimate(rows.back(), false).fEstimate + Offset(record);
         }
         TargetPrediction prediction;
         prediction.fProbabilities = Probabilities(eta);
         const auto best = std::max_element(prediction.fProbabilities.begin(), prediction.fProbabilities.end());
         const int code = static_cast<int>(best - prediction.fProbabilities.begin());
         prediction.fValue = fCategoryValues[code];
+        if (!errors) return prediction;
         const Eigen::VectorXd slopes = Slopes(eta, code);
         MixedRow combined;
-        combined.fFixed = Eigen::VectorXd::Zero(rows[0].fFixed.size());
         for (int k = 0; k < p; ++k) {
-            combined.fFixed += slopes[k] * rows[k].fFixed;
+            for (const ColumnHit& hit : rows[k].fFixed)
+                combined.fFixed.push_back({hit.fColumn, slopes[k] * hit.fValue});
             for (MixedRow::RandomTerm term : rows[k].fRandom) {
                 term.fCoefficient *= slopes[k];
-                if (term.fCoefficient != 0.0) combined.fRandom.push_back(std::move(term));
+                if (term.fCoefficient != 0.0) combined.fRandom.push_back(term);
             }
         }
-        const ContrastResult change = fit.Contrast(combined);
+        const Estimated change = fit.Estimate(combined, true);
         prediction.fStdError = change.fStdError;
         prediction.fDf = change.fDf;
         return prediction;

@@ -64,8 +64,9 @@ public:
         return fFamily->IsBounded() && std::min(fLink->Mean(here), fLink->Complement(here)) < kNearEdge;
     }
 
-    TargetPrediction Predict(const FitResult& fit, const double* record, bool whole) const override {
-        const ContrastResult linear = fit.Contrast(Combination(fit, record, 0, whole));
+    TargetPrediction Predict(RowEstimator& fit, const double* record, bool whole, bool errors) const override {
+        std::vector<double> scratch;
+        const Estimated linear = fit.Estimate(Combination(fit, record, 0, whole, scratch), errors);
         const double eta = linear.fEstimate + fValues.Offset(record);
         TargetPrediction prediction;
         if (!fLink->Admits(eta)) return prediction;
@@ -192,15 +193,9 @@ private:
 
 }  // namespace
 
-MixedRow WorkingModel::Combination(const FitResult& fit, const double* record, int k, bool whole) const {
-    std::vector<double> scratch;
-    for (int before = 0; before < k; ++before)
-        ForeignRow(record, before, scratch);
-    const double* row = ForeignRow(record, k, scratch);
-    if (!whole) return {fit.FixedRow(row), {}};
-    MixedRow combination = fit.RecordRow(row);
-    std::erase_if(combination.fRandom, [&](const MixedRow::RandomTerm& term) { return term.fBlock >= RandomBlocks(); });
-    return combination;
+const MixedRow& WorkingModel::Combination(RowEstimator& fit, const double* record, int k, bool whole,
+                                          std::vector<double>& scratch) const {
+    return fit.RowOf(ForeignRow(record, k, scratch), whole ? RandomBlocks() : 0);
 }
 
 bool HasResidualStructure(const ModelSpec& spec) {

@@ -3,6 +3,7 @@
 #include "engine/glmm/TargetSpec.h"
 #include "engine/lmm/FitResult.h"
 #include "engine/lmm/FixedBasis.h"
+#include "engine/lmm/RowEstimator.h"
 #include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 #include "engine/model/Workers.h"
@@ -65,8 +66,9 @@ public:
     virtual int TargetOfBlock(int /*block*/) const { return -1; }
 
     /// What a fit predicts for a record of the model's data or of others with the same variables: by fixed effects
-    /// alone, or with the random effects of its subjects as far as they are known.
-    virtual TargetPrediction Predict(const FitResult& fit, const double* record, bool whole) const = 0;
+    /// alone, or with the random effects of its subjects as far as they are known. errors: whether its standard error
+    /// and degrees of freedom are wanted.
+    virtual TargetPrediction Predict(RowEstimator& fit, const double* record, bool whole, bool errors) const = 0;
     /// Observed less predicted value; for a multinomial target, 1 less the probability of the observed category.
     virtual double Residual(const double* record, const TargetPrediction& prediction) const = 0;
 
@@ -82,8 +84,9 @@ protected:
     virtual const double* ForeignRow(const double* record, int k, std::vector<double>& scratch) const {
         return PredictorRow(record, k, scratch);
     }
-    /// The combination that makes predictor k of a record.
-    MixedRow Combination(const FitResult& fit, const double* record, int k, bool whole) const;
+    /// The combination that makes predictor k of a record. scratch: as for PredictorRow. Stands until the next call.
+    const MixedRow& Combination(RowEstimator& fit, const double* record, int k, bool whole,
+                                std::vector<double>& scratch) const;
 
     WorkingModel(ModelSpec spec, const RecordView& view) : fSpec(std::move(spec)), fView(view) {}
 

@@ -10,7 +10,7 @@ namespace engine {
 
 namespace {
 
-constexpr Eigen::Index kMostJoint = 500;  // coefficients whose joint errors are kept
+constexpr int kMostJoint = 1700;  // coefficients whose joint errors are held: 3 million numbers, and their derivatives
 
 /// A subject's coefficients within the terms of a block.
 struct CrossedSubject {
@@ -19,8 +19,16 @@ struct CrossedSubject {
         int fIndex;   ///< of the subject in the term
         int fColumn;  ///< first column in the block
     };
+    std::vector<int> fCodes;
     int fGroup = -1;
     std::vector<Piece> fPieces;
+    std::vector<int> fAt;  ///< per column of the block, the coefficient's place among all; -1: no record touches it
+};
+
+struct CrossedBlock {
+    int fColumns = 0;
+    SubjectIndex fNumbers;
+    std::vector<CrossedSubject> fSubjects;  ///< ascending by codes
 };
 
 class CrossedSource : public RandomSource {
@@ -29,14 +37,24 @@ public:
         : fModel(model),
           fProblem(*model.fCrossed),
           fEquations(static_cast<const CrossedLikelihood&>(*model.fObjective).At(model.fTheta, ThetaScale::kReported)),
-          fSubjects(model.fSpec.fRandom.size()) {
+          fBlocks(model.fSpec.fRandom.size()) {
         fEquations.Evaluate(model.fTheta, CrossedOrder::kGradient);
         CollectSubjects();
+        fEstimates.resize(fProblem.Statistics()->Coefficients());
+        for (int t = 0; t < fProblem.Statistics()->Terms(); ++t)
+            fEstimates.segment(fProblem.Statistics()->fOffset[t], fProblem.Statistics()->Size(t)) =
+                fEquations.Predictions(t).reshaped();
     }
 
-    bool Knows(int block, const std::vector<int>& codes) const override { return fSubjects[block].contains(codes); }
+    int Find(int block, const std::vector<int>& codes) const override { return fBlocks[block].fNumbers.Find(codes); }
+    double Predicted(int block, int subject, int column) const override {
+        const int at = fBlocks[block].fSubjects[subject].fAt[column];
+        return at >= 0 ? fEstimates[at] : 0.0;
+    }
 
-    Combination Combine(const Eigen::MatrixXd& kept, const std::vector<MixedRow>& rows, bool slopes) const override {
+    void Combine(const Eigen::MatrixXd& kept, std::span<const MixedRow> rows, bool slopes,
+                 Combination& result) const override {
+        if (fJoint) return fJoint->Combine(kept, rows, slopes, result);
         // Centred columns = original ones N^-1, so that l' b = (N^-T l)' b centred.
         const Eigen::MatrixXd centred =
             fModel.Basis().KeptTransform().transpose().triangularView<Eigen::Lower>().solve(kept);
@@ -44,37 +62,33 @@ public:
         for (std::size_t i = 0; i < rows.size(); ++i) {
             wanted[i].fFixed = centred.col(static_cast<Eigen::Index>(i));
             for (const MixedRow::RandomTerm& term : rows[i].fRandom) {
-                const int at = fProblem.Coefficient(term.fBlock, term.fSubject, term.fColumn);
+                const int at = fBlocks[term.fBlock].fSubjects[term.fSubject].fAt[term.fColumn];
                 if (at >= 0) wanted[i].fRandom.emplace_back(at, term.fCoefficient);
             }
         }
-        const CrossedEquations::Combination combined = fEquations.Combine(wanted);
-        Combination result;
-        result.fRandom = combined.fEstimate - centred.transpose() * fEquations.FixedEffects();
-        result.fCovariance = combined.fCovariance;
-        if (slopes) result.fSlopes = combined.fDerivatives;
-        return result;
+        CrossedEquations::Combination combined = fEquations.Combine(wanted);
+        result.fCovariance = std::move(combined.fCovariance);
+        if (slopes) result.fSlopes = std::move(combined.fDerivatives);
     }
 
     std::vector<SubjectPrediction> Predictions(int block) const override {
-        const int columns = EffectDesign(fModel.fSpec.fRandom[block].fEffects, fModel.fSpec.fLevels).NumColumns();
-        std::vector<Eigen::MatrixXd> estimates(fProblem.Terms().size());
         std::vector<Eigen::MatrixXd> covariances(fProblem.Terms().size());
-        for (std::size_t t = 0; t < estimates.size(); ++t) {
-            if (fProblem.Terms()[t].fBlock != block) continue;
-            estimates[t] = fEquations.Predictions(static_cast<int>(t));
-            covariances[t] = fEquations.PredictionCovariances(static_cast<int>(t));
+        for (std::size_t t = 0; t < covariances.size(); ++t) {
+            if (fProblem.Terms()[t].fBlock == block)
+                covariances[t] = fEquations.PredictionCovariances(static_cast<int>(t));
         }
         std::vector<SubjectPrediction> predictions;
-        for (const auto& [codes, subject] : fSubjects[block]) {
+        for (std::size_t s = 0; s < fBlocks[block].fSubjects.size(); ++s) {
+            const CrossedSubject& subject = fBlocks[block].fSubjects[s];
             // What no record touches has the prediction 0, with all of its variance.
-            SubjectPrediction prediction{codes, subject.fGroup, Eigen::VectorXd::Zero(columns),
+            SubjectPrediction prediction{subject.fCodes, subject.fGroup, Eigen::VectorXd(fBlocks[block].fColumns),
                                          fModel.RandomCovariance(block, subject.fGroup).diagonal().cwiseSqrt()};
+            for (int c = 0; c < fBlocks[block].fColumns; ++c)
+                prediction.fEstimate[c] = Predicted(block, static_cast<int>(s), c);
             for (const CrossedSubject::Piece& piece : subject.fPieces) {
-                const Eigen::Index width = estimates[piece.fTerm].rows();
+                const Eigen::Index width = covariances[piece.fTerm].rows();
                 for (Eigen::Index c = 0; c < width; ++c) {
                     const double variance = covariances[piece.fTerm](c, piece.fIndex * width + c);
-                    prediction.fEstimate[piece.fColumn + c] = estimates[piece.fTerm](c, piece.fIndex);
                     prediction.fStdError[piece.fColumn + c] = std::sqrt(std::max(0.0, variance));
                 }
             }
@@ -89,29 +103,29 @@ public:
         state.fHalf = fModel.fInference->Half();
         RandomState::Unit unit;
         std::vector<MixedRow> rows;
-        for (std::size_t b = 0; b < fSubjects.size(); ++b) {
-            const int block = static_cast<int>(b);
-            const int width = EffectDesign(fModel.fSpec.fRandom[b].fEffects, fModel.fSpec.fLevels).NumColumns();
-            for (const auto& [codes, subject] : fSubjects[b]) {
-                unit.fParts.push_back({block, codes, subject.fGroup, static_cast<int>(rows.size()), width});
-                for (int c = 0; c < width; ++c)
-                    rows.push_back({{}, {{block, codes, c, 1.0}}});
+        std::vector<double> estimates;
+        for (int b = 0; b < static_cast<int>(fBlocks.size()); ++b) {
+            const int width = fBlocks[b].fColumns;
+            for (int s = 0; s < static_cast<int>(fBlocks[b].fSubjects.size()); ++s) {
+                const CrossedSubject& subject = fBlocks[b].fSubjects[s];
+                unit.fParts.push_back({b, subject.fCodes, subject.fGroup, static_cast<int>(estimates.size()), width});
+                for (int c = 0; c < width; ++c) {
+                    estimates.push_back(Predicted(b, s, c));
+                    if (HoldsJoint()) rows.push_back({{}, {{b, s, c, 1.0}}});
+                }
             }
         }
+        unit.fEstimate = Eigen::Map<Eigen::VectorXd>(estimates.data(), static_cast<Eigen::Index>(estimates.size()));
+        unit.fErrors = HoldsJoint() ? 0 : -1;
+        state.fUnits.push_back(std::move(unit));
+        if (!HoldsJoint()) return state;
         const auto fixed = state.fHalf.rows();
         const auto random = static_cast<Eigen::Index>(rows.size());
-        if (random > kMostJoint) {
-            unit.fEstimate = Combine(Eigen::MatrixXd::Zero(fixed, random), rows, false).fRandom;
-            state.fUnits.push_back(std::move(unit));
-            return state;
-        }
         rows.resize(rows.size() + static_cast<std::size_t>(fixed));
         Eigen::MatrixXd kept = Eigen::MatrixXd::Zero(fixed, random + fixed);
         kept.rightCols(fixed).setIdentity();
-        const Combination joint = Combine(kept, rows, true);
-        unit.fEstimate = joint.fRandom.head(random);
-        unit.fErrors = 0;
-        state.fUnits.push_back(std::move(unit));
+        Combination joint;
+        Combine(kept, rows, true, joint);
         const RandomState::Errors errors = MakeErrors(joint.fCovariance, state.fHalf);
         state.fErrors.push_back(errors);
         for (std::size_t k = 0; k < joint.fSlopes.size(); ++k) {
@@ -121,7 +135,13 @@ public:
         return state;
     }
 
+    void Prepare() const override {
+        if (HoldsJoint() && !fJoint) fJoint = std::make_unique<KeptSource>(Keep(), static_cast<int>(fBlocks.size()));
+    }
+
 private:
+    bool HoldsJoint() const { return fProblem.Statistics()->Coefficients() <= kMostJoint; }
+
     /// From the covariance of random and fixed effects, in this order: pull = -cov(u, b) H^-T, own the rest.
     static RandomState::Errors MakeErrors(const Eigen::MatrixXd& covariance, const Eigen::MatrixXd& half) {
         const Eigen::Index random = covariance.rows() - half.rows();
@@ -148,6 +168,7 @@ private:
 
     // Reads the first record of each subject.
     void CollectSubjects() {
+        std::vector<std::map<std::vector<int>, CrossedSubject>> sorted(fBlocks.size());
         for (std::size_t t = 0; t < fProblem.Terms().size(); ++t) {
             const CrossedTerm& term = fProblem.Terms()[t];
             const RandomBlock& block = fModel.fSpec.fRandom[term.fBlock];
@@ -163,9 +184,20 @@ private:
                     term.fDesign.PlainHits(record, &hit);
                     column = design.Offset(term.fEffect) + hit.fColumn;
                 }
-                CrossedSubject& subject = fSubjects[term.fBlock][codes];
+                CrossedSubject& subject = sorted[term.fBlock][codes];
                 subject.fGroup = block.fGroup >= 0 ? static_cast<int>(record[block.fGroup]) : -1;
                 subject.fPieces.push_back({static_cast<int>(t), static_cast<int>(j), column});
+            }
+        }
+        for (std::size_t b = 0; b < fBlocks.size(); ++b) {
+            CrossedBlock& block = fBlocks[b];
+            block.fColumns = EffectDesign(fModel.fSpec.fRandom[b].fEffects, fModel.fSpec.fLevels).NumColumns();
+            for (auto& [codes, subject] : sorted[b]) {
+                block.fNumbers.Add(codes);
+                subject.fCodes = codes;
+                for (int c = 0; c < block.fColumns; ++c)
+                    subject.fAt.push_back(fProblem.Coefficient(static_cast<int>(b), codes, c));
+                block.fSubjects.push_back(std::move(subject));
             }
         }
     }
@@ -173,7 +205,9 @@ private:
     const FittedModel& fModel;
     const CrossedProblem& fProblem;
     CrossedEquations& fEquations;
-    std::vector<std::map<std::vector<int>, CrossedSubject>> fSubjects;  ///< per block, by codes
+    std::vector<CrossedBlock> fBlocks;
+    Eigen::VectorXd fEstimates;                  ///< of all coefficients
+    mutable std::unique_ptr<KeptSource> fJoint;  ///< once they are prepared
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "engine/lmm/FittedModel.h"
 #include "engine/lmm/Hypotheses.h"
 #include "engine/lmm/MixedContrasts.h"
+#include "engine/lmm/RowEstimator.h"
 
 #include <algorithm>
 
@@ -13,7 +14,7 @@ ContrastResult FitResult::Contrast(const Eigen::VectorXd& row) const {
 }
 
 ContrastResult FitResult::Contrast(const MixedRow& row) const {
-    return row.fRandom.empty() ? Contrast(row.fFixed) : fModel->Mixed().Contrast(row);
+    return Infer(RowEstimator(*fModel).Estimate(row, true), fModel->fSpec.fConfidence);
 }
 
 FTestResult FitResult::Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values) const {
@@ -23,10 +24,7 @@ FTestResult FitResult::Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& 
 FTestResult FitResult::Test(const std::vector<MixedRow>& rows, const Eigen::VectorXd& values) const {
     const bool mixed = std::any_of(rows.begin(), rows.end(), [](const MixedRow& row) { return !row.fRandom.empty(); });
     if (mixed) return fModel->Mixed().Test(rows, values);
-    Eigen::MatrixXd fixed(rows.size(), fFixed.size());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        fixed.row(static_cast<Eigen::Index>(i)) = rows[i].fFixed.transpose();
-    return Test(fixed, values);
+    return Test(FixedPart(rows, static_cast<int>(fFixed.size())), values);
 }
 
 bool FitResult::IsEstimable(const Eigen::VectorXd& row) const {
@@ -49,35 +47,8 @@ Eigen::MatrixXd FitResult::RandomCovariance(int block, int group) const {
     return fModel->RandomCovariance(block, group);
 }
 
-Eigen::VectorXd FitResult::FixedRow(const double* record) const {
-    const EffectDesign& design = fModel->Basis().Design();
-    std::vector<ColumnHit> hits(design.NumEffects());
-    design.PlainHits(record, hits.data());
-    Eigen::VectorXd row = Eigen::VectorXd::Zero(design.NumColumns());
-    for (const ColumnHit& hit : hits)
-        row[hit.fColumn] += hit.fValue;
-    return row;
-}
-
-MixedRow FitResult::RecordRow(const double* record) const {
-    MixedRow row;
-    row.fFixed = FixedRow(record);
-    const ModelSpec& spec = fModel->fSpec;
-    if (spec.fRandom.empty()) return row;
-    const RandomSource& source = fModel->Mixed().Source();
-    for (std::size_t b = 0; b < spec.fRandom.size(); ++b) {
-        std::vector<int> codes;
-        for (int variable : spec.fRandom[b].fSubjects)
-            codes.push_back(static_cast<int>(record[variable]));
-        const int block = static_cast<int>(b);
-        if (!source.Knows(block, codes)) continue;
-        const EffectDesign design(spec.fRandom[b].fEffects, spec.fLevels);
-        std::vector<ColumnHit> hits(design.NumEffects());
-        design.PlainHits(record, hits.data());
-        for (const ColumnHit& hit : hits)
-            row.fRandom.push_back({block, codes, hit.fColumn, hit.fValue});
-    }
-    return row;
+int FitResult::FindSubject(int block, const std::vector<int>& codes) const {
+    return fModel->Mixed().Source().Find(block, codes);
 }
 
 std::vector<SubjectPrediction> FitResult::Predictions(int block) const {

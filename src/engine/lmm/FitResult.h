@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/model/EffectDesign.h"
 #include "engine/model/Matrices.h"
 #include "engine/model/ModelSpec.h"
 
@@ -49,16 +50,20 @@ struct FixedParameter {
     bool fRedundant = false;
 };
 
-/// An estimated contrast: of one row of coefficients.
-struct ContrastResult {
+/// One row of coefficients, estimated.
+struct Estimated {
     double fEstimate = kMissing;
     double fStdError = kMissing;
     double fDf = kMissing;
+    bool fEstimable = true;
+};
+
+/// The same with its test against zero and its limits.
+struct ContrastResult : Estimated {
     double fT = kMissing;
     double fP = kMissing;
     double fLower = kMissing;
     double fUpper = kMissing;
-    bool fEstimable = true;
 };
 
 /// An F test of several rows of coefficients against zero (or given values).
@@ -111,15 +116,16 @@ struct Certificate {
     std::vector<int> fAtBound;              ///< covariance parameters held at a bound
 };
 
-/// One row of coefficients over fixed parameters and, if wanted, predicted random effects.
+/// One row of coefficients over fixed parameters and, if wanted, predicted random effects. What it doesn't name is
+/// zero; what it names twice adds up.
 struct MixedRow {
     struct RandomTerm {
         int fBlock = 0;
-        std::vector<int> fSubject;  ///< codes of the block's subject variables
+        int fSubject = 0;  ///< its number, see FitResult::FindSubject
         int fColumn = 0;
         double fCoefficient = 0.0;
     };
-    Eigen::VectorXd fFixed;  ///< one a fixed parameter, redundant ones included
+    std::vector<ColumnHit> fFixed;
     std::vector<RandomTerm> fRandom;
 };
 
@@ -185,10 +191,9 @@ struct FitResult {
     std::vector<SubjectPrediction> Predictions(int block) const;
     /// Takes from the records what predictions with random effects need, so that the records may go.
     void KeepPredictions() const;
-    /// Row of fixed coefficients (all columns) of a record.
-    Eigen::VectorXd FixedRow(const double* record) const;
-    /// Row of a record with its random effects too, as far as its subjects are known to the fit.
-    MixedRow RecordRow(const double* record) const;
+    /// The number by which rows know a subject of a block, given the codes of the block's subject variables; -1 when
+    /// the fit doesn't know it.
+    int FindSubject(int block, const std::vector<int>& codes) const;
 };
 
 }  // namespace engine

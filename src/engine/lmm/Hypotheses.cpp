@@ -128,13 +128,17 @@ Eigen::MatrixXd TypeIIIRows(const FixedBasis& basis, int effect) {
     return Readable(Deviations(Reduced(std::move(rows)), own));
 }
 
+bool IsNegligible(const Eigen::VectorXd& difference, double size) {
+    return difference.size() == 0 || difference.cwiseAbs().maxCoeff() <= kRankTolerance * std::max(size, 1e-300);
+}
+
 bool IsEstimableRow(const FixedBasis& basis, const Eigen::VectorXd& row) {
     if (row.size() != basis.NumColumns()) return false;
     Eigen::RowVectorXd kept(basis.Rank());
     for (int k = 0; k < basis.Rank(); ++k)
         kept[k] = row[basis.Kept()[k]];
     const double size = row.size() > 0 ? row.cwiseAbs().maxCoeff() : 0.0;
-    return (kept * basis.Span() - row.transpose()).cwiseAbs().maxCoeff() <= kRankTolerance * std::max(size, 1e-300);
+    return IsNegligible((kept * basis.Span() - row.transpose()).transpose(), size);
 }
 
 }  // namespace engine

@@ -17,6 +17,9 @@ Eigen::MatrixXd TypeIRows(const FixedBasis& basis, int effect);
 /// vector on the hypothesis, for the first columns that give independent rows, times a number that all of them share.
 Eigen::MatrixXd TypeIIIRows(const FixedBasis& basis, int effect);
 
+/// Whether what should vanish does, for coefficients of the given size.
+bool IsNegligible(const Eigen::VectorXd& difference, double size);
+
 /// Whether l = l[kept] * span within tolerance.
 bool IsEstimableRow(const FixedBasis& basis, const Eigen::VectorXd& row);
 

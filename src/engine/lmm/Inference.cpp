@@ -89,50 +89,62 @@ Eigen::VectorXd Inference::Keep(const Eigen::VectorXd& row) const {
     return kept;
 }
 
-double Inference::SatterthwaiteDf(const Eigen::VectorXd& half) const {
-    const Eigen::Index m = fThetaCovariance.rows();
+double QuadraticForm(const Eigen::MatrixXd& matrix, const Eigen::Ref<const Eigen::VectorXd>& x) {
+    double sum = 0.0;
+    for (Eigen::Index j = 0; j < x.size(); ++j)
+        sum += x[j] * x.dot(matrix.col(j));
+    return sum;
+}
+
+ContrastResult Infer(const Estimated& estimated, double confidence) {
+    ContrastResult result{estimated};
+    if (std::isnan(estimated.fStdError)) return result;
+    result.fT = estimated.fEstimate / estimated.fStdError;
+    result.fP = TwoSidedT(result.fT, estimated.fDf);
+    const double margin = UpperT(estimated.fDf, confidence) * estimated.fStdError;
+    result.fLower = estimated.fEstimate - margin;
+    result.fUpper = estimated.fEstimate + margin;
+    return result;
+}
+
+// 2 var^2 / var(var). With the covariance of Satterthwaite's rule; and with the weight of Kenward and Roger's, whose
+// degrees of freedom are this for one row (section 3 of the paper named below, with l = 1).
+double Inference::SingleDf(const Eigen::Ref<const Eigen::VectorXd>& half,
+                           const Eigen::MatrixXd& thetaCovariance) const {
+    const Eigen::Index m = thetaCovariance.rows();
     Eigen::VectorXd slope(m);
     for (Eigen::Index k = 0; k < m; ++k)
-        slope[k] = half.dot(fAt.fSlopes[k] * half);
+        slope[k] = QuadraticForm(fAt.fSlopes[k], half);
     const double variance = half.squaredNorm();
-    const double spread = slope.dot(fThetaCovariance * slope);
+    const double spread = QuadraticForm(thetaCovariance, slope);
     return spread > 0.0 ? 2.0 * variance * variance / spread : kMissing;
 }
 
-ContrastResult Inference::Contrast(const Eigen::VectorXd& half, double estimate) const {
-    ContrastResult result;
-    result.fEstimate = estimate;
+void Inference::AddError(const Eigen::Ref<const Eigen::VectorXd>& half, Estimated& result) const {
     double variance = half.squaredNorm();
     switch (fMethod) {
         case DfMethod::kResidual:
             result.fDf = fBasis.TotalFrequency() - fBasis.Rank();
             break;
         case DfMethod::kSatterthwaite:
-            result.fDf = SatterthwaiteDf(half);
+            result.fDf = SingleDf(half, fThetaCovariance);
             break;
         case DfMethod::kKenwardRoger:
-            if (fAdjusted.size() > 0) variance = half.dot(fAdjusted * half);
-            result.fDf = KenwardRogerTest(half, Eigen::VectorXd::Constant(1, estimate)).fDf2;
+            result.fDf = SingleDf(half, fWeight);
+            if (fAdjusted.size() > 0) variance = QuadraticForm(fAdjusted, half);
             break;
     }
-    if (!(variance > 0.0)) return result;
-    result.fStdError = std::sqrt(variance);
-    result.fT = estimate / result.fStdError;
-    result.fP = TwoSidedT(result.fT, result.fDf);
-    const double margin = UpperT(result.fDf, fConfidence) * result.fStdError;
-    result.fLower = estimate - margin;
-    result.fUpper = estimate + margin;
-    return result;
+    if (variance > 0.0) result.fStdError = std::sqrt(variance);
 }
 
 ContrastResult Inference::Contrast(const Eigen::VectorXd& row) const {
-    if (!IsEstimableRow(fBasis, row)) {
-        ContrastResult result;
-        result.fEstimable = false;
-        return result;
-    }
+    Estimated result;
+    result.fEstimable = IsEstimableRow(fBasis, row);
+    if (!result.fEstimable) return Infer(result, fConfidence);
     const Eigen::VectorXd kept = Keep(row);
-    return Contrast(fHalf.transpose() * kept, kept.dot(fBeta));
+    result.fEstimate = kept.dot(fBeta);
+    AddError(fHalf.transpose() * kept, result);
+    return Infer(result, fConfidence);
 }
 
 FTestResult Inference::Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values) const {
@@ -197,7 +209,7 @@ FTestResult Inference::PlainTest(const Eigen::MatrixXd& half, const Eigen::Vecto
     for (Eigen::Index i = 0; i < q; ++i) {
         sum += along[i] * along[i] / eigen.eigenvalues()[i];
         if (fMethod != DfMethod::kSatterthwaite) continue;
-        const double v = SatterthwaiteDf(half * eigen.eigenvectors().col(i));
+        const double v = SingleDf(half * eigen.eigenvectors().col(i), fThetaCovariance);
         missing = missing || std::isnan(v);
         if (q == 1) {
             result.fDf2 = v;

@@ -12,13 +12,11 @@ namespace engine {
 
 class LmmProblem;
 
-/// A function of fixed and random effects, as it acts on the kept fixed columns: l' = coefficients through H (see
-/// Evaluation), plus what the prediction of the random effects adds.
-struct EffectiveRow {
-    Eigen::VectorXd fHalf;  ///< H' l, where l has the random effects' pull on the fixed ones taken off
-    double fEstimate = 0.0;
-    bool fEstimable = true;
-};
+/// x' M x for a symmetric M.
+double QuadraticForm(const Eigen::MatrixXd& matrix, const Eigen::Ref<const Eigen::VectorXd>& x);
+
+/// What a t test says of an estimate with its error, and the limits at a level of confidence.
+ContrastResult Infer(const Estimated& estimated, double confidence);
 
 /// What an inference knows of the fixed effects, free of the data.
 struct FixedState {
@@ -59,13 +57,13 @@ public:
     FTestResult Test(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values) const;
     /// The same against zeros with L as it stands: effects have rows of their own (see Hypotheses.h).
     FTestResult TestAsWritten(const Eigen::MatrixXd& rows) const;
-    /// Of one row given as H'l with its estimate.
-    ContrastResult Contrast(const Eigen::VectorXd& half, double estimate) const;
+    /// Standard error and degrees of freedom of a row l given as Half()' l[kept].
+    void AddError(const Eigen::Ref<const Eigen::VectorXd>& half, Estimated& result) const;
 
 private:
     Eigen::VectorXd Keep(const Eigen::VectorXd& row) const;
     FTestResult TestRows(const Eigen::MatrixXd& rows, const Eigen::VectorXd& values, bool orthonormal) const;
-    double SatterthwaiteDf(const Eigen::VectorXd& half) const;
+    double SingleDf(const Eigen::Ref<const Eigen::VectorXd>& half, const Eigen::MatrixXd& thetaCovariance) const;
     FTestResult KenwardRogerTest(const Eigen::MatrixXd& half, const Eigen::VectorXd& estimate) const;
     FTestResult PlainTest(const Eigen::MatrixXd& half, const Eigen::VectorXd& estimate) const;
 

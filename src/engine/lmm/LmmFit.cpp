@@ -285,8 +285,10 @@ void FillFixed(const FittedModel& model, FitResult& result) {
         const int kept = basis.KeptIndex(j);
         parameter.fRedundant = kept < 0;
         if (kept >= 0) {
-            const Eigen::VectorXd half = model.fInference->Half().row(kept);
-            const ContrastResult contrast = model.fInference->Contrast(half, model.fInference->Beta()[kept]);
+            Estimated estimated;
+            estimated.fEstimate = model.fInference->Beta()[kept];
+            model.fInference->AddError(model.fInference->Half().row(kept).transpose(), estimated);
+            const ContrastResult contrast = Infer(estimated, model.fSpec.fConfidence);
             parameter.fEstimate = contrast.fEstimate;
             parameter.fStdError = contrast.fStdError;
             parameter.fDf = contrast.fDf;

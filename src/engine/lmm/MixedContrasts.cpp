@@ -2,7 +2,7 @@
 
 #include "engine/lmm/Distributions.h"
 #include "engine/lmm/FittedModel.h"
-#include "engine/lmm/Hypotheses.h"
+#include "engine/lmm/RowEstimator.h"
 
 #include <cmath>
 
@@ -14,21 +14,13 @@ constexpr double kDependent = 1e-10;  // eigenvalue, as a share of the largest, 
 
 }  // namespace
 
-bool MixedContrasts::Combine(const std::vector<MixedRow>& rows, Eigen::VectorXd* estimate,
-                             RandomSource::Combination* combined) const {
-    const FixedBasis& basis = fModel.Basis();
-    Eigen::MatrixXd kept(basis.Rank(), rows.size());
+Eigen::MatrixXd FixedPart(const std::vector<MixedRow>& rows, int columns) {
+    Eigen::MatrixXd fixed = Eigen::MatrixXd::Zero(static_cast<Eigen::Index>(rows.size()), columns);
     for (std::size_t i = 0; i < rows.size(); ++i) {
-        if (!IsEstimableRow(basis, rows[i].fFixed)) return false;
-        for (int k = 0; k < basis.Rank(); ++k)
-            kept(k, static_cast<Eigen::Index>(i)) = rows[i].fFixed[basis.Kept()[k]];
-        for (const MixedRow::RandomTerm& term : rows[i].fRandom) {
-            if (!fSource->Knows(term.fBlock, term.fSubject)) return false;
-        }
+        for (const ColumnHit& hit : rows[i].fFixed)
+            fixed(static_cast<Eigen::Index>(i), hit.fColumn) += hit.fValue;
     }
-    *combined = fSource->Combine(kept, rows, fModel.fSpec.fDf == DfMethod::kSatterthwaite);
-    *estimate = kept.transpose() * fModel.fInference->Beta() + combined->fRandom;
-    return true;
+    return fixed;
 }
 
 double MixedContrasts::Df(const Eigen::VectorXd& direction, double variance,
@@ -38,49 +30,46 @@ double MixedContrasts::Df(const Eigen::VectorXd& direction, double variance,
     Eigen::VectorXd slope = Eigen::VectorXd::Zero(fModel.fTheta.size());
     for (std::size_t k = 0; k < combined.fSlopes.size(); ++k) {
         const Eigen::MatrixXd& change = combined.fSlopes[k];
-        if (change.size() > 0) slope[static_cast<Eigen::Index>(k)] = direction.dot(change * direction);
+        if (change.size() > 0) slope[static_cast<Eigen::Index>(k)] = QuadraticForm(change, direction);
     }
-    const double spread = slope.dot(fModel.fThetaCovariance * slope);
+    const double spread = QuadraticForm(fModel.fThetaCovariance, slope);
     return spread > 0.0 ? 2.0 * variance * variance / spread : kMissing;
 }
 
-ContrastResult MixedContrasts::Contrast(const MixedRow& row) const {
-    ContrastResult result;
-    Eigen::VectorXd estimate;
-    RandomSource::Combination combined;
-    result.fEstimable = Combine({row}, &estimate, &combined);
-    if (!result.fEstimable) return result;
-    result.fEstimate = estimate[0];
-    const double variance = combined.fCovariance(0, 0);
-    if (!(variance > 0.0)) return result;
+void MixedContrasts::AddError(const Eigen::MatrixXd& kept, const MixedRow& row, RandomSource::Combination& room,
+                              Estimated& result) const {
+    fSource->Combine(kept, {&row, 1}, fModel.fSpec.fDf == DfMethod::kSatterthwaite, room);
+    const double variance = room.fCovariance(0, 0);
+    if (!(variance > 0.0)) return;
     result.fStdError = std::sqrt(variance);
-    result.fDf = Df(Eigen::VectorXd::Ones(1), variance, combined);
-    result.fT = estimate[0] / result.fStdError;
-    result.fP = TwoSidedT(result.fT, result.fDf);
-    const double margin = UpperT(result.fDf, fModel.fSpec.fConfidence) * result.fStdError;
-    result.fLower = estimate[0] - margin;
-    result.fUpper = estimate[0] + margin;
-    return result;
+    result.fDf = Df(Eigen::VectorXd::Ones(1), variance, room);
 }
 
 FTestResult MixedContrasts::Test(const std::vector<MixedRow>& rows, const Eigen::VectorXd& values) const {
     FTestResult result;
-    Eigen::VectorXd estimate;
-    RandomSource::Combination combined;
-    result.fL.resize(rows.size(), fModel.Basis().NumColumns());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        result.fL.row(static_cast<Eigen::Index>(i)) = rows[i].fFixed.transpose();
-    result.fEstimable = !rows.empty() && Combine(rows, &estimate, &combined);
+    const FixedBasis& basis = fModel.Basis();
+    const auto size = static_cast<Eigen::Index>(rows.size());
+    result.fL = FixedPart(rows, basis.NumColumns());
+    Eigen::VectorXd estimate(size);
+    RowEstimator estimator(fModel);
+    result.fEstimable = size > 0;
+    for (Eigen::Index i = 0; i < size && result.fEstimable; ++i) {
+        const Estimated row = estimator.Estimate(rows[i], false);
+        estimate[i] = row.fEstimate;
+        result.fEstimable = row.fEstimable;
+    }
     if (!result.fEstimable) return result;
     if (values.size() > 0) estimate -= values;
+    const Eigen::MatrixXd kept = result.fL(Eigen::all, basis.Kept()).transpose();
+    RandomSource::Combination combined;
+    fSource->Combine(kept, rows, fModel.fSpec.fDf == DfMethod::kSatterthwaite, combined);
     const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> eigen(combined.fCovariance);
     const Eigen::VectorXd along = eigen.eigenvectors().transpose() * estimate;
-    const Eigen::Index count = estimate.size();
-    const double largest = eigen.eigenvalues()[count - 1];
+    const double largest = eigen.eigenvalues()[size - 1];
     double sum = 0.0;
     double spread = 0.0;
     double single = kMissing;
-    for (Eigen::Index i = 0; i < count; ++i) {
+    for (Eigen::Index i = 0; i < size; ++i) {
         const double variance = eigen.eigenvalues()[i];
         if (!(variance > kDependent * largest)) continue;
         result.fDf1 += 1.0;

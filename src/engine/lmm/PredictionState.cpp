@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
+#include <unordered_map>
 
 namespace engine {
 
 namespace {
-
-std::string KeyOf(const std::vector<int>& codes) {
-    return {reinterpret_cast<const char*>(codes.data()), codes.size() * sizeof(int)};
-}
 
 void AppendBytes(const Eigen::MatrixXd& matrix, std::string& bytes) {
     bytes.append(reinterpret_cast<const char*>(matrix.data()),
@@ -30,9 +28,10 @@ double RandomState::Numbers() const {
     return numbers * static_cast<double>(fSlopes.size() + 1);
 }
 
-void RandomState::DropErrors() {
+void RandomState::Shorten(double numbers) {
+    if (Numbers() > numbers) fSlopes.clear();
+    if (Numbers() <= numbers) return;
     fErrors.clear();
-    fSlopes.clear();
     for (Unit& unit : fUnits)
         unit.fErrors = -1;
 }
@@ -77,95 +76,88 @@ RandomState RandomState::ForBlocks(int blocks) const {
     return result;
 }
 
-KeptSource::KeptSource(RandomState state, int blocks) : fState(std::move(state)), fPlaces(blocks) {
+KeptSource::KeptSource(RandomState state, int blocks) : fState(std::move(state)), fSubjects(blocks), fPlaces(blocks) {
     for (std::size_t u = 0; u < fState.fUnits.size(); ++u) {
-        for (const RandomState::Part& part : fState.fUnits[u].fParts)
-            fPlaces[part.fBlock][KeyOf(part.fSubject)] = {static_cast<int>(u), part.fColumn};
-    }
-}
-
-const KeptSource::Place* KeptSource::Find(int block, const std::vector<int>& codes) const {
-    const auto at = fPlaces[block].find(KeyOf(codes));
-    return at == fPlaces[block].end() ? nullptr : &at->second;
-}
-
-bool KeptSource::Knows(int block, const std::vector<int>& codes) const {
-    return Find(block, codes) != nullptr;
-}
-
-std::vector<KeptSource::Term> KeptSource::Locate(const MixedRow& row, double* estimate) const {
-    std::vector<Term> terms;
-    for (const MixedRow::RandomTerm& wanted : row.fRandom) {
-        const Place& place = *Find(wanted.fBlock, wanted.fSubject);
-        const Eigen::VectorXd& estimates = fState.fUnits[place.fUnit].fEstimate;
-        auto term = std::find_if(terms.begin(), terms.end(), [&](const Term& t) { return t.fUnit == place.fUnit; });
-        if (term == terms.end()) {
-            terms.push_back({place.fUnit, Eigen::VectorXd::Zero(estimates.size())});
-            term = terms.end() - 1;
+        for (const RandomState::Part& part : fState.fUnits[u].fParts) {
+            std::vector<Place>& places = fPlaces[part.fBlock];
+            const std::size_t subject = fSubjects[part.fBlock].Add(part.fSubject);
+            places.resize(std::max(places.size(), subject + 1));
+            places[subject] = {static_cast<int>(u), part.fColumn};
         }
-        term->fCoefficients[place.fColumn + wanted.fColumn] += wanted.fCoefficient;
-        *estimate += wanted.fCoefficient * estimates[place.fColumn + wanted.fColumn];
     }
-    return terms;
+}
+
+double KeptSource::Predicted(int block, int subject, int column) const {
+    const Place& place = fPlaces[block][subject];
+    return fState.fUnits[place.fUnit].fEstimate[place.fColumn + column];
+}
+
+bool KeptSource::KnowsErrors(std::span<const MixedRow> rows) const {
+    for (const MixedRow& row : rows) {
+        for (const MixedRow::RandomTerm& term : row.fRandom) {
+            if (fState.fUnits[PlaceOf(term).fUnit].fErrors < 0) return false;
+        }
+    }
+    return true;
 }
 
 // Takes each row's pull on the fixed effects off its half.
-void KeptSource::Pull(const std::vector<std::vector<Term>>& terms, const std::vector<RandomState::Errors>& errors,
+void KeptSource::Pull(std::span<const MixedRow> rows, const std::vector<RandomState::Errors>& errors,
                       Eigen::MatrixXd& half) const {
-    for (std::size_t i = 0; i < terms.size(); ++i) {
-        for (const Term& term : terms[i]) {
-            const RandomState::Errors& own = errors[fState.fUnits[term.fUnit].fErrors];
-            half.col(static_cast<Eigen::Index>(i)) -= own.fPull.transpose() * term.fCoefficients;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        for (const MixedRow::RandomTerm& term : rows[i].fRandom) {
+            const Place& place = PlaceOf(term);
+            const RandomState::Errors& own = errors[fState.fUnits[place.fUnit].fErrors];
+            half.col(static_cast<Eigen::Index>(i)) -=
+                term.fCoefficient * own.fPull.row(place.fColumn + term.fColumn).transpose();
         }
     }
 }
 
-Eigen::MatrixXd KeptSource::OwnCovariance(const std::vector<std::vector<Term>>& terms,
-                                          const std::vector<RandomState::Errors>& errors) const {
-    const auto count = static_cast<Eigen::Index>(terms.size());
-    Eigen::MatrixXd covariance = Eigen::MatrixXd::Zero(count, count);
-    for (Eigen::Index i = 0; i < count; ++i) {
-        for (Eigen::Index j = 0; j < count; ++j) {
-            for (const Term& left : terms[i]) {
-                for (const Term& right : terms[j]) {
-                    if (left.fUnit != right.fUnit) continue;
-                    const RandomState::Errors& own = errors[fState.fUnits[left.fUnit].fErrors];
-                    covariance(i, j) += left.fCoefficients.dot(own.fOwn * right.fCoefficients);
+// A row has few terms, however many effects a unit has.
+void KeptSource::AddOwn(std::span<const MixedRow> rows, const std::vector<RandomState::Errors>& errors,
+                        Eigen::MatrixXd& covariance) const {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        for (std::size_t j = 0; j < rows.size(); ++j) {
+            double sum = 0.0;
+            for (const MixedRow::RandomTerm& left : rows[i].fRandom) {
+                const Place& at = PlaceOf(left);
+                for (const MixedRow::RandomTerm& right : rows[j].fRandom) {
+                    const Place& other = PlaceOf(right);
+                    if (at.fUnit != other.fUnit) continue;
+                    const Eigen::MatrixXd& own = errors[fState.fUnits[at.fUnit].fErrors].fOwn;
+                    sum += left.fCoefficient * own(at.fColumn + left.fColumn, other.fColumn + right.fColumn) *
+                           right.fCoefficient;
                 }
             }
+            covariance(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j)) += sum;
         }
     }
-    return covariance;
 }
 
-RandomSource::Combination KeptSource::Combine(const Eigen::MatrixXd& kept, const std::vector<MixedRow>& rows,
-                                              bool slopes) const {
-    Combination result;
-    std::vector<std::vector<Term>> terms;
-    result.fRandom.setZero(kept.cols());
-    bool known = true;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        terms.push_back(Locate(rows[i], &result.fRandom[static_cast<Eigen::Index>(i)]));
-        for (const Term& term : terms.back())
-            known = known && fState.fUnits[term.fUnit].fErrors >= 0;
-    }
-    if (!known) {
+void KeptSource::Combine(const Eigen::MatrixXd& kept, std::span<const MixedRow> rows, bool slopes,
+                         Combination& result) const {
+    if (!KnowsErrors(rows)) {
         result.fCovariance = Eigen::MatrixXd::Constant(kept.cols(), kept.cols(), kMissing);
-        return result;
+        return;
     }
-    Eigen::MatrixXd half = fState.fHalf.transpose() * kept;
-    Pull(terms, fState.fErrors, half);
-    result.fCovariance = half.transpose() * half + OwnCovariance(terms, fState.fErrors);
-    if (!slopes) return result;
+    Eigen::MatrixXd& half = result.fHalf;
+    half.noalias() = fState.fHalf.transpose().lazyProduct(kept);
+    Pull(rows, fState.fErrors, half);
+    result.fCovariance.noalias() = half.transpose().lazyProduct(half);
+    AddOwn(rows, fState.fErrors, result.fCovariance);
+    if (!slopes) return;
     NeedSlopes();
     for (const RandomState::Slope& slope : fState.fSlopes) {
-        Eigen::MatrixXd change = slope.fHalf.transpose() * kept;
-        Pull(terms, slope.fErrors, change);
-        const Eigen::MatrixXd product = change.transpose() * half;
+        Eigen::MatrixXd& change = result.fChange;
+        change.noalias() = slope.fHalf.transpose().lazyProduct(kept);
+        Pull(rows, slope.fErrors, change);
         result.fSlopes.resize(std::max<std::size_t>(result.fSlopes.size(), slope.fParam + 1));
-        result.fSlopes[slope.fParam] = product + product.transpose() + OwnCovariance(terms, slope.fErrors);
+        Eigen::MatrixXd& out = result.fSlopes[slope.fParam];
+        out.noalias() = change.transpose().lazyProduct(half);
+        out.noalias() += half.transpose().lazyProduct(change);
+        AddOwn(rows, slope.fErrors, out);
     }
-    return result;
 }
 
 std::vector<SubjectPrediction> KeptSource::Predictions(int block) const {

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "engine/lmm/RandomSource.h"
+#include "engine/lmm/SubjectIndex.h"
 #include "engine/model/Matrices.h"
 
-#include <string>
-#include <unordered_map>
+#include <span>
 #include <vector>
 
 namespace engine {
@@ -48,7 +48,8 @@ struct RandomState {
     RandomState ForBlocks(int blocks) const;
     /// Doubles in errors and slopes.
     double Numbers() const;
-    void DropErrors();
+    /// Leaves out derivatives, and then errors, until they are at most so many numbers.
+    void Shorten(double numbers);
 };
 
 /// Answers from a state.
@@ -56,11 +57,14 @@ class KeptSource : public RandomSource {
 public:
     KeptSource(RandomState state, int blocks);
 
-    bool Knows(int block, const std::vector<int>& codes) const override;
-    Combination Combine(const Eigen::MatrixXd& kept, const std::vector<MixedRow>& rows, bool slopes) const override;
+    int Find(int block, const std::vector<int>& codes) const override { return fSubjects[block].Find(codes); }
+    double Predicted(int block, int subject, int column) const override;
+    void Combine(const Eigen::MatrixXd& kept, std::span<const MixedRow> rows, bool slopes,
+                 Combination& result) const override;
     std::vector<SubjectPrediction> Predictions(int block) const override;
     RandomState Keep() const override { return fState; }
     bool HasErrors() const override { return !fState.fErrors.empty(); }
+    bool HasSlopes() const override { return !fState.fSlopes.empty(); }
 
 protected:
     /// Called before slopes are used.
@@ -73,18 +77,15 @@ private:
         int fUnit = -1;
         int fColumn = 0;
     };
-    struct Term {
-        int fUnit;
-        Eigen::VectorXd fCoefficients;
-    };
-    const Place* Find(int block, const std::vector<int>& codes) const;
-    std::vector<Term> Locate(const MixedRow& row, double* estimate) const;
-    Eigen::MatrixXd OwnCovariance(const std::vector<std::vector<Term>>& terms,
-                                  const std::vector<RandomState::Errors>& errors) const;
-    void Pull(const std::vector<std::vector<Term>>& terms, const std::vector<RandomState::Errors>& errors,
+    const Place& PlaceOf(const MixedRow::RandomTerm& term) const { return fPlaces[term.fBlock][term.fSubject]; }
+    bool KnowsErrors(std::span<const MixedRow> rows) const;
+    void Pull(std::span<const MixedRow> rows, const std::vector<RandomState::Errors>& errors,
               Eigen::MatrixXd& half) const;
+    void AddOwn(std::span<const MixedRow> rows, const std::vector<RandomState::Errors>& errors,
+                Eigen::MatrixXd& covariance) const;
 
-    std::vector<std::unordered_map<std::string, Place>> fPlaces;  ///< per block, by codes
+    std::vector<SubjectIndex> fSubjects;      ///< per block
+    std::vector<std::vector<Place>> fPlaces;  ///< per block and subject
 };
 
 }  // namespace engine

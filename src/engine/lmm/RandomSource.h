@@ -4,6 +4,7 @@
 #include "engine/model/Matrices.h"
 
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace engine {
@@ -16,17 +17,21 @@ class RandomSource {
 public:
     virtual ~RandomSource() = default;
 
-    /// Whether a block has this subject.
-    virtual bool Knows(int block, const std::vector<int>& codes) const = 0;
+    /// A subject's number in its block, -1 when the block doesn't have it.
+    virtual int Find(int block, const std::vector<int>& codes) const = 0;
+    /// The prediction of one of its effects.
+    virtual double Predicted(int block, int subject, int column) const = 0;
 
+    /// Errors of rows, of estimate less truth, fixed parts included.
     struct Combination {
-        Eigen::VectorXd fRandom;               ///< the rows' random parts, estimated
-        Eigen::MatrixXd fCovariance;           ///< of estimate less truth, fixed parts included
+        Eigen::MatrixXd fCovariance;
         std::vector<Eigen::MatrixXd> fSlopes;  ///< its derivatives, one a covariance parameter; empty where held
+        Eigen::MatrixXd fHalf, fChange;        ///< room to work in
     };
-    /// kept: the rows' fixed coefficients, a column a row, kept columns in their original parametrisation. All
-    /// subjects are known. slopes: whether derivatives are wanted.
-    virtual Combination Combine(const Eigen::MatrixXd& kept, const std::vector<MixedRow>& rows, bool slopes) const = 0;
+    /// kept: the rows' fixed coefficients, a column a row, kept columns in their original parametrisation. slopes:
+    /// whether derivatives are wanted. result: may be that of an earlier call on the same source.
+    virtual void Combine(const Eigen::MatrixXd& kept, std::span<const MixedRow> rows, bool slopes,
+                         Combination& result) const = 0;
 
     virtual std::vector<SubjectPrediction> Predictions(int block) const = 0;
 
@@ -34,8 +39,9 @@ public:
     virtual void Prepare() const {}
     /// What is known in a form of its own. Errors and derivatives are left out where they are too many to hold.
     virtual RandomState Keep() const = 0;
-    /// Whether errors are known at all.
+    /// Whether errors are known at all, and their derivatives.
     virtual bool HasErrors() const { return true; }
+    virtual bool HasSlopes() const { return true; }
 };
 
 /// For a problem by subjects: reads the records once, and again for derivatives, which are central differences.

@@ -42,7 +42,6 @@ public:
         for (std::size_t r = 0; r < fTest.fvRows.size(); ++r) {
             fResult.fHypothesised.push_back(r < fTest.fvK.size() ? fTest.fvK[r] : 0.0);
             MixedRow row;
-            row.fFixed = Eigen::VectorXd::Zero(static_cast<Eigen::Index>(fFit.fFixed.size()));
             ContrastResult result;
             result.fEstimable = false;
             if (Fill(fTest.fvRows[r], row)) result = fFit.Contrast(row);
@@ -90,10 +89,11 @@ private:
     void Put(const Stretch& stretch, int index, double value, MixedRow& row) {
         const int column = stretch.fOffset + index % stretch.fColumns;
         if (stretch.fBlock < 0) {
-            row.fFixed[column] = value;
+            row.fFixed.push_back({column, value});
         } else if (value != 0.0) {
             const auto subject = static_cast<std::size_t>(index / stretch.fColumns);
-            row.fRandom.push_back({stretch.fBlock, Subjects(stretch.fBlock)[subject].fSubject, column, value});
+            const int number = fFit.FindSubject(stretch.fBlock, Subjects(stretch.fBlock)[subject].fSubject);
+            row.fRandom.push_back({stretch.fBlock, number, column, value});
         }
     }
 

@@ -8,8 +8,17 @@
 
 namespace engine {
 
-Workers::Workers(int threads)
-    : fThreads(threads > 0 ? threads : std::max(1, static_cast<int>(std::thread::hardware_concurrency()))) {}
+namespace {
+
+/// The system looks it up in a file each time.
+int MachineThreads() {
+    static const int count = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    return count;
+}
+
+}  // namespace
+
+Workers::Workers(int threads) : fThreads(threads > 0 ? threads : MachineThreads()) {}
 
 Workers::~Workers() {
     for (auto& thread : fCrew)

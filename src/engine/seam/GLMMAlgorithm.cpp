@@ -45,16 +45,23 @@ struct KeptModel : run::FittedModel {
 namespace {
 
 /// The fitted values of the records. Some targets are fitted to records that stand as often as their frequency says.
-engine::FittedRecord FittedOf(const engine::GlmmResult& fitted, const engine::ModelSpec& spec,
-                              const engine::RecordView& records) {
-    if (fitted.fFitted.size() == records.fCount) return [&fitted](std::size_t i) { return fitted.fFitted[i]; };
+engine::FittedRun FittedOf(const engine::GlmmResult& fitted, const engine::ModelSpec& spec,
+                           const engine::RecordView& records) {
+    if (fitted.fFitted.size() == records.fCount) {
+        return [&fitted](std::size_t from, std::size_t count, double* out) {
+            std::copy_n(fitted.fFitted.begin() + static_cast<std::ptrdiff_t>(from), count, out);
+        };
+    }
     std::vector<std::size_t> first;
     std::size_t next = 0;
     for (std::size_t i = 0; i < records.fCount; ++i) {
         first.push_back(next);
         next += spec.fFrequencyWeight < 0 ? 1 : std::lround(records.Row(i)[spec.fFrequencyWeight]);
     }
-    return [&fitted, first](std::size_t i) { return fitted.fFitted[std::min(first[i], fitted.fFitted.size() - 1)]; };
+    return [&fitted, first](std::size_t from, std::size_t count, double* out) {
+        for (std::size_t i = 0; i < count; ++i)
+            out[i] = fitted.fFitted[std::min(first[from + i], fitted.fFitted.size() - 1)];
+    };
 }
 
 }  // namespace
@@ -93,6 +100,7 @@ struct GLMMAlgorithm::Impl {
     std::vector<ScoreType> fvScoreTypes;
     std::vector<bool> fvBlups;  ///< per random block: predictions are asked for
     std::shared_ptr<const engine::KeptModel> fpModel;
+    std::optional<engine::Scorer> fScorer;  ///< of the model, once it is asked to score
     std::optional<GLMMOutputStats> fStats;
 };
 
@@ -154,7 +162,7 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted
     fStats = engine::MakeOutputStats(fit, spec, fSettings);
     auto model = std::make_shared<engine::KeptModel>();
     if (WantsDocuments()) {
-        const engine::FittedRecord prediction =
+        const engine::FittedRun prediction =
             fitted.fModel ? FittedOf(fitted, spec, records) : engine::LinearPredictor(fit, spec, records);
         model->fSummary = engine::SummariseRecords(fit, spec, fitted.fModel ? &target : nullptr, records, prediction);
     }
@@ -255,6 +263,7 @@ GLMMAlgorithm::~GLMMAlgorithm() = default;
 
 MCStatus GLMMAlgorithm::BuildModel(MultiPassRecordIter& data, MultiPassRecordIter* /*second*/) {
     if (fpImpl->fStatus.IsError()) return fpImpl->fStatus;
+    fpImpl->fScorer.reset();
     try {
         const bool kept = fpImpl->fpRun && fpImpl->fpRun->fScoring;
         return kept ? fpImpl->TakeKeptModel() : fpImpl->Fit(data);
@@ -273,8 +282,10 @@ MCStatus GLMMAlgorithm::Score(Record const& record, std::vector<double>& scores,
     probabilities.clear();
     if (!fpImpl->fpModel) return {engine::kInvalidSettings, false};
     const engine::KeptModel& model = *fpImpl->fpModel;
-    scores = engine::ScoreRecord({model.fFit, model.fSpec, model.fGeneralized.get()}, fpImpl->fvScoreTypes,
-                                 record.fpValues, &probabilities);
+    if (!fpImpl->fScorer)
+        fpImpl->fScorer.emplace(engine::ScoreSource{model.fFit, model.fSpec, model.fGeneralized.get()},
+                                fpImpl->fvScoreTypes);
+    fpImpl->fScorer->Score(record.fpValues, scores, &probabilities);
     return {};
 }
 

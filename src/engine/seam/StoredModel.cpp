@@ -3,7 +3,6 @@
 #include "engine/lmm/FittedModel.h"
 #include "engine/lmm/MixedContrasts.h"
 #include "engine/seam/Namer.h"
-#include "engine/seam/Scorer.h"
 
 #include <algorithm>
 
@@ -48,7 +47,7 @@ ScoringContent MakeScoringContent(const FitResult& fit, const ModelSpec& spec, c
     if (spec.fRandom.empty()) return content;
     const int blocks = generalized ? generalized->RandomBlocks() : static_cast<int>(spec.fRandom.size());
     content.fRandom = model.Mixed().Source().Keep().ForBlocks(blocks);
-    if (content.fRandom.Numbers() > kMostErrorNumbers) content.fRandom.DropErrors();
+    content.fRandom.Shorten(kMostErrorNumbers);
     return content;
 }
 
@@ -122,23 +121,16 @@ void StoredModel::MarkColumns() {
     if (fContent.fTarget.fNonEvents >= 0) needed(spec.fDependent);
 }
 
-std::vector<double> StoredModel::Score(const double* record, const std::vector<ScoreType>& types) const {
-    return ScoreRecord({fFit, fContent.fSpec, fGeneralized.get()}, types, record, nullptr);
+Scorer StoredModel::MakeScorer(const std::vector<ScoreType>& types) const {
+    return Scorer({fFit, fContent.fSpec, fGeneralized.get()}, types);
 }
 
-bool StoredModel::KnowsSubjects(const double* record) const {
-    const std::vector<RandomBlock>& blocks = fContent.fSpec.fRandom;
-    for (std::size_t b = 0; b < blocks.size(); ++b) {
-        std::vector<int> codes;
-        for (int subject : blocks[b].fSubjects)
-            codes.push_back(static_cast<int>(record[subject]));
-        if (!fFit.fModel->Mixed().Source().Knows(static_cast<int>(b), codes)) return false;
-    }
-    return true;
-}
-
-bool StoredModel::HasErrors() const {
-    return fContent.fSpec.fRandom.empty() || fFit.fModel->Mixed().Source().HasErrors();
+std::string StoredModel::Lacks() const {
+    if (fContent.fSpec.fRandom.empty()) return {};
+    const RandomSource& source = fFit.fModel->Mixed().Source();
+    if (!source.HasErrors()) return "standard errors";
+    const bool varies = fContent.fSpec.fDf == DfMethod::kSatterthwaite && !fFit.fModel->fThetaCovariance.isZero();
+    return varies && !source.HasSlopes() ? "degrees of freedom" : std::string();
 }
 
 }  // namespace engine

@@ -5,6 +5,7 @@
 #include "engine/documents/ScoringDocument.h"
 #include "engine/glmm/WorkingModel.h"
 #include "engine/lmm/FitResult.h"
+#include "engine/seam/Scorer.h"
 #include "run/RunValue.h"
 
 #include <memory>
@@ -37,12 +38,10 @@ public:
     /// The values of the split variables that the model belongs to.
     const run::Levels& Split() const { return fContent.fSplit; }
 
-    /// One score a type; the system's missing value where there is none.
-    std::vector<double> Score(const double* record, const std::vector<ScoreType>& types) const;
-    /// Whether the model knows the record's subjects in all of its random blocks.
-    bool KnowsSubjects(const double* record) const;
-    /// Whether predictions with random effects have standard errors.
-    bool HasErrors() const;
+    /// Scores the model's records; this object outlives it.
+    Scorer MakeScorer(const std::vector<ScoreType>& types) const;
+    /// What predictions with random effects lack since it was too much for the file; empty for nothing.
+    std::string Lacks() const;
 
 private:
     StoredModel() = default;

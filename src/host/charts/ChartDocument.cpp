@@ -174,7 +174,7 @@ XGraph XDocument::getExternalGraph() {
 void XDocument::SendChart(bool visible, bool, bool) {
     host::OutputDocument* output = host::OutputDocument::Current();
     if (!visible || !output || !fpImpl->fpDocument->fGood) return;
-    output->AddChart(fpImpl->fpDocument->Model());
+    output->AddChart(fpImpl->fpDocument->Model(output->fDrawn));
 }
 
 QvtaJVM& QvtaJVM::GetInstance() {
@@ -198,6 +198,8 @@ ViZEditor& ViZEditor::GetInstance() {
 
 std::string ViZEditor::EmbedHistogramInGraph(const std::string& graph, const std::string& histogram, const char* data,
                                              std::size_t length, int fieldType) {
+    const host::OutputDocument* output = host::OutputDocument::Current();
+    if (output && !output->fDrawn) return graph;
     const std::string closing = "</chart>";
     const std::size_t end = graph.rfind(closing);
     if (end == std::string::npos || !host::ChartDocument(histogram).fGood) return {};

@@ -35,8 +35,8 @@ struct ChartDocument {
 
     explicit ChartDocument(const std::string& text);
     pugi::xml_node Chart() const { return fXml.child("chart"); }
-    /// The chart that the document describes, over its rows.
-    std::shared_ptr<output::ChartModel> Model() const;
+    /// The chart that the document describes, over its rows; its texts alone when it isn't to be drawn.
+    std::shared_ptr<output::ChartModel> Model(bool drawn) const;
 };
 
 /// Points on the curve of a histogram's distribution, as a source of X and Y; no rows where the parameters make none.

@@ -23,7 +23,14 @@ public:
     explicit Reader(const ChartDocument& document)
         : fDocument(document), fChart(document.Chart()), fpModel(std::make_shared<ChartModel>()) {}
 
-    std::shared_ptr<ChartModel> Read() {
+    std::shared_ptr<ChartModel> Read(bool drawn) {
+        ReadTexts();
+        if (drawn) ReadDrawing();
+        return fpModel;
+    }
+
+private:
+    void ReadTexts() {
         ChartModel& model = *fpModel;
         model.fKind = fChart.attribute("kind").value();
         model.fDiagram = std::string_view(fChart.attribute("form").value()) == "diagram";
@@ -34,6 +41,10 @@ public:
         model.fSummary = Own(fChart.child("summary"));
         model.fCaption = ElementText(fChart.child("caption"));
         ReadFootnotes();
+    }
+
+    void ReadDrawing() {
+        ChartModel& model = *fpModel;
         for (const pugi::xml_node& facet : fChart.child("faceting").children("variableReference"))
             model.fvFacets.push_back(ElementText(facet));
         ReadSources();
@@ -47,10 +58,8 @@ public:
         ReadLegends();
         ReadColumns();
         ReadInset();
-        return fpModel;
     }
 
-private:
     void ReadFootnotes() {
         for (const pugi::xml_node& note : fChart.children("footnote")) {
             std::string text = ElementText(note);
@@ -299,7 +308,7 @@ private:
         if (!document.fGood) return;
         document.fvRows = ReadDataStream(inset.child("rows").text().get());
         if (document.fvRows.empty() || document.fvRows.front().fvRows.empty()) return;
-        fpModel->fpInset = document.Model();
+        fpModel->fpInset = document.Model(true);
     }
 
     const ChartDocument& fDocument;
@@ -309,8 +318,8 @@ private:
 
 }  // namespace
 
-std::shared_ptr<output::ChartModel> ChartDocument::Model() const {
-    return Reader(*this).Read();
+std::shared_ptr<output::ChartModel> ChartDocument::Model(bool drawn) const {
+    return Reader(*this).Read(drawn);
 }
 
 }  // namespace host

@@ -4,6 +4,7 @@
 #include "host/output/FileStore.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -11,12 +12,15 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace host {
 
 namespace {
+
+constexpr std::size_t kWrittenAtOnce = 1 << 16;
 
 /// Fields of the format that the source file has.
 class FieldText {
@@ -26,19 +30,20 @@ public:
     void Append(double value, std::string& line) const {
         line += fSeparator;
         if (std::isnan(value)) return;
-        std::string text = fmt::format("{}", value);
-        if (fDecimalComma) std::replace(text.begin(), text.end(), '.', ',');
-        AppendQuoted(text, line);
+        std::array<char, 32> text;
+        const auto end = fmt::format_to_n(text.data(), text.size(), "{}", value).out;
+        if (fDecimalComma) std::replace(text.data(), end, '.', ',');
+        AppendQuoted({text.data(), static_cast<std::size_t>(end - text.data())}, line);
     }
-    void Append(const std::string& text, std::string& line) const {
+    void Append(std::string_view text, std::string& line) const {
         line += fSeparator;
         AppendQuoted(text, line);
     }
 
 private:
-    void AppendQuoted(const std::string& text, std::string& line) const {
-        const bool plain =
-            text.find_first_of("\"\r\n") == std::string::npos && text.find(fSeparator) == std::string::npos;
+    void AppendQuoted(std::string_view text, std::string& line) const {
+        const bool plain = std::none_of(
+            text.begin(), text.end(), [this](char c) { return c == fSeparator || c == '"' || c == '\r' || c == '\n'; });
         if (plain) {
             line += text;
             return;
@@ -78,7 +83,7 @@ private:
 
 void AppendCell(const AddedColumn& column, std::size_t row, const FieldText& field, std::string& line) {
     if (column.fTexts)
-        field.Append((*column.fTexts)[row], line);
+        field.Append(std::string_view((*column.fTexts)[row]), line);
     else
         field.Append(column.fNumbers ? column.fNumbers[row] : std::nan(""), line);
 }
@@ -94,19 +99,22 @@ std::optional<DataError> Copy(const Table& table, const std::vector<AddedColumn>
     std::vector<std::string> names;
     const bool header = scanner.ReadHeader(names) && names.size() == sinks.size();
     const FieldText field(table);
-    std::string line = scanner.RawHeader();
+    std::string lines = scanner.RawHeader();
     for (const AddedColumn& column : columns)
-        field.Append(column.fName, line);
-    stream << line << scanner.LineEnd();
+        field.Append(std::string_view(column.fName), lines);
+    lines += scanner.LineEnd();
     std::string_view record;
     std::size_t row = 0;
     for (; header && row < table.InputRowCount() && scanner.NextRaw(record); ++row) {
-        line = record;
+        lines += record;
         for (const AddedColumn& column : columns)
-            AppendCell(column, row, field, line);
-        stream << line << scanner.LineEnd();
-        if (!stream) return std::nullopt;
+            AppendCell(column, row, field, lines);
+        lines += scanner.LineEnd();
+        if (lines.size() < kWrittenAtOnce) continue;
+        if (!stream.write(lines.data(), static_cast<std::streamsize>(lines.size()))) return std::nullopt;
+        lines.clear();
     }
+    stream << lines;
     if (scanner.Error()) return *scanner.Error();
     if (!header || row != table.InputRowCount() || scanner.NextRaw(record))
         return DataError{"the file changed while it was read; run again", table.Source(), 0, {}};

@@ -43,6 +43,14 @@ FileStore::Unfinished* FileStore::Find(const std::string& name) {
     return nullptr;
 }
 
+std::string FileStore::NameInSplit(const std::string& name) {
+    const run::RunValue* run = run::Current();
+    if (!run || run->fSplit.empty() || fNumbered.contains(name)) return name;
+    const std::filesystem::path path(name);
+    const auto file = fmt::format("{}_{}{}", path.stem().string(), run->fSplitOrdinal + 1, path.extension().string());
+    return *fNumbered.insert((path.parent_path() / file).string()).first;
+}
+
 std::string FileStore::Begin(const std::string& name) {
     const std::string path = fmt::format("{}.part{}", name, getpid());
     if (!Find(name)) gpNewest = new Unfinished{name, path, true, gpNewest};
@@ -78,6 +86,7 @@ void FileStore::RemoveUnfinished() noexcept {
 
 void FileStore::Clear() {
     RemoveUnfinished();
+    fNumbered.clear();
     fvFailures.clear();
 }
 
@@ -95,7 +104,7 @@ std::vector<std::string> FileStore::TakeFailures() {
 }  // namespace host
 
 void ExtNameStr::SetGeneric(const std::string& name) {
-    fName = name;
+    fName = host::FileStore::Instance().NameInSplit(name);
 }
 
 /// A walk that only scores has no files of its own.
@@ -118,7 +127,8 @@ void ExtNameStr::remove() {
 
 void TestAndStoreToPes(const char* fileName, int, int) {
     run::RunValue* run = run::Current();
-    host::FileStore::Instance().Finish(fileName, !run || !run->fStreamFailed);
+    host::FileStore& store = host::FileStore::Instance();
+    store.Finish(store.NameInSplit(fileName), !run || !run->fStreamFailed);
     if (run) run->fStreamFailed = false;
 }
 

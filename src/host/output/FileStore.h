@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,10 @@ namespace host {
 class FileStore {
 public:
     static FileStore& Instance();
+
+    /// The name of a document in the present split, which has the split's number, from 1, before the extension:
+    /// "model.pmml" becomes "model_1.pmml". The same without splits, and for a name that came from here.
+    std::string NameInSplit(const std::string& name);
 
     std::string Begin(const std::string& name);       ///< the path to write to
     void Refuse(const std::string& name, int error);  ///< the path could not be opened
@@ -36,6 +41,7 @@ private:
     static Unfinished* Find(const std::string& name);
 
     static std::atomic<Unfinished*> gpNewest;
+    std::set<std::string> fNumbered;  ///< names with a split's number
     std::vector<std::pair<std::string, int>> fvFailures;
 };
 

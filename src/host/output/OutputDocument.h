@@ -42,6 +42,7 @@ public:
     const QVTA_DataSource* Data() const { return fpData; }
 
     DisplayOptions fDisplay;
+    bool fDrawn = true;  ///< whether anyone draws the charts; if not, they are kept with their texts alone
 
     /// Adds a row to the Notes table, under the group of its kind.
     void AddNote(int kind, const output::Text& label, const output::Text& value);
