@@ -6,6 +6,12 @@
 
 namespace engine {
 
+namespace {
+
+constexpr std::size_t kWrittenAtOnce = 1 << 16;
+
+}  // namespace
+
 std::string RoundTripText(double value) {
     if (!std::isfinite(value)) return {};
     std::array<char, 32> buffer;
@@ -13,18 +19,27 @@ std::string RoundTripText(double value) {
     return std::string(buffer.data(), end);
 }
 
-XmlWriter::XmlWriter(std::ostream& stream) : fStream(stream) {
-    fStream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+XmlWriter::XmlWriter(std::ostream& stream) : fStream(stream), fWaiting("<?xml version=\"1.0\" encoding=\"UTF-8\"?>") {}
+
+void XmlWriter::Flush() {
+    fStream.write(fWaiting.data(), static_cast<std::streamsize>(fWaiting.size()));
+    fWaiting.clear();
 }
 
 void XmlWriter::FinishTag() {
-    if (fTagOpen) fStream << '>';
+    if (fTagOpen) fWaiting += '>';
     fTagOpen = false;
+}
+
+void XmlWriter::NewLine() {
+    fWaiting += '\n';
+    fWaiting.append(2 * fvOpen.size(), ' ');
 }
 
 void XmlWriter::Open(std::string_view name) {
     FinishTag();
-    fStream << '\n' << std::string(2 * fvOpen.size(), ' ') << '<' << name;
+    NewLine();
+    (fWaiting += '<') += name;
     fvOpen.emplace_back(name);
     fTagOpen = true;
     fHasText = false;
@@ -34,20 +49,21 @@ void XmlWriter::Close() {
     const std::string name = std::move(fvOpen.back());
     fvOpen.pop_back();
     if (fTagOpen) {
-        fStream << "/>";
+        fWaiting += "/>";
         fTagOpen = false;
     } else {
-        if (!fHasText) fStream << '\n' << std::string(2 * fvOpen.size(), ' ');
-        fStream << "</" << name << '>';
+        if (!fHasText) NewLine();
+        ((fWaiting += "</") += name) += '>';
     }
     fHasText = false;
-    if (fvOpen.empty()) fStream << '\n';
+    if (fvOpen.empty()) fWaiting += '\n';
+    if (fvOpen.empty() || fWaiting.size() > kWrittenAtOnce) Flush();
 }
 
 void XmlWriter::Attribute(std::string_view name, std::string_view value) {
-    fStream << ' ' << name << "=\"";
+    ((fWaiting += ' ') += name) += "=\"";
     Escape(value, true);
-    fStream << '"';
+    fWaiting += '"';
 }
 
 void XmlWriter::Text(std::string_view text) {
@@ -62,35 +78,34 @@ void XmlWriter::Escape(std::string_view text, bool inAttribute) {
     for (std::size_t at = 0; at < text.size(); ++at) {
         const char c = text[at];
         if (static_cast<unsigned char>(c) >= 0x20 && c != '&' && c != '<' && c != '>' && c != '"') continue;
-        fStream << text.substr(written, at - written);
+        fWaiting += text.substr(written, at - written);
         written = at + 1;
         switch (c) {
             case '&':
-                fStream << "&amp;";
+                fWaiting += "&amp;";
                 break;
             case '<':
-                fStream << "&lt;";
+                fWaiting += "&lt;";
                 break;
             case '>':
-                fStream << "&gt;";
+                fWaiting += "&gt;";
                 break;
             case '"':
-                fStream << (inAttribute ? "&quot;" : "\"");
+                fWaiting += inAttribute ? "&quot;" : "\"";
                 break;
             case '\t':
             case '\n':
             case '\r':
-                if (inAttribute) {
-                    fStream << "&#" << static_cast<int>(c) << ';';
-                } else {
-                    fStream << c;
-                }
+                if (inAttribute)
+                    fWaiting += "&#" + std::to_string(static_cast<int>(c)) + ";";
+                else
+                    fWaiting += c;
                 break;
             default:
                 break;
         }
     }
-    fStream << text.substr(written);
+    fWaiting += text.substr(written);
 }
 
 void XmlWriter::Array(std::span<const double> values) {

@@ -11,8 +11,8 @@ namespace engine {
 /// Shortest text that reads back to the same double, whatever the locale; empty for a value that does not exist.
 std::string RoundTripText(double value);
 
-/// Writes an XML document element by element, straight to a stream. Text is escaped; characters that XML has no place
-/// for are left out.
+/// Writes an XML document element by element to a stream, some kilobytes at a time. Text is escaped; characters that
+/// XML has no place for are left out.
 class XmlWriter {
 public:
     explicit XmlWriter(std::ostream& stream);
@@ -33,9 +33,12 @@ public:
 
 private:
     void FinishTag();
+    void NewLine();
+    void Flush();
     void Escape(std::string_view text, bool inAttribute);
 
     std::ostream& fStream;
+    std::string fWaiting;  ///< for the stream
     std::vector<std::string> fvOpen;
     bool fTagOpen = false;
     bool fHasText = false;
