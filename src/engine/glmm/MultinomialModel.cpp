@@ -235,6 +235,20 @@ public:
     }
     int CategoryOf(int k) const override { return fCodes[k]; }
 
+    std::vector<CategoryRow> CategoryRows(const MixedRow& row) const override {
+        const int columns = EffectDesign(fOriginal.FixedEffects(), fOriginal.fLevels).NumColumns();
+        const int blocks = static_cast<int>(fOriginal.fRandom.size());
+        std::vector<CategoryRow> rows;
+        for (int k = 0; k < Predictors(); ++k) {
+            rows.push_back({fCodes[k], row});
+            for (ColumnHit& hit : rows.back().fRow.fFixed)
+                hit.fColumn += k * columns;
+            for (MixedRow::RandomTerm& term : rows.back().fRow.fRandom)
+                term.fBlock += k * blocks;
+        }
+        return rows;
+    }
+
     bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const override {
         Eigen::VectorXd shares(fCategories);
         Shares(eta.data() + record * Predictors(), shares);
@@ -384,6 +398,25 @@ public:
         return all;
     }
     int CategoryOf(int k) const override { return k; }
+
+    std::vector<CategoryRow> CategoryRows(const MixedRow& row) const override {
+        const int first = fOriginal.fIntercept ? 1 : 0;
+        double threshold = 0.0;
+        MixedRow combined{{}, row.fRandom};
+        for (const ColumnHit& hit : row.fFixed) {
+            if (hit.fColumn < first)
+                threshold += hit.fValue;
+            else
+                combined.fFixed.push_back({Predictors() + hit.fColumn - first, hit.fValue});
+        }
+        if (threshold == 0.0) return {{-1, std::move(combined)}};
+        std::vector<CategoryRow> rows(Predictors(), {0, combined});
+        for (int k = 0; k < Predictors(); ++k) {
+            rows[k].fTarget = k;
+            rows[k].fRow.fFixed.push_back({k, threshold});
+        }
+        return rows;
+    }
 
     bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const override {
         const int p = Predictors();
