@@ -92,7 +92,7 @@ TEST_F(OutputFiles, ASplitsDocumentsHaveItsNumber) {
     EXPECT_EQ(Read(fFolder / "model_2.xml"), "result");
     EXPECT_EQ(Read(fName), "old");
     std::string model;
-    QVTA_PMMLPooling pool(QVTA_DataSource(), (fFolder / "m.pmml").string());
+    QVTA_PMMLPooling pool(QVTA_DataSource(nullptr), (fFolder / "m.pmml").string());
     pool.GetCurrentPMMLName(model, {});
     EXPECT_EQ(fs::path(model).filename(), "m_2.pmml");
     Write(model, "model");
