@@ -1,4 +1,6 @@
 #include "contracts/HostFiles.h"
+#include "host/data/DataSource.h"
+#include "host/data/TableBuilder.h"
 #include "host/output/OutputDocument.h"
 #include "run/RunValue.h"
 
@@ -92,7 +94,8 @@ TEST_F(OutputFiles, ASplitsDocumentsHaveItsNumber) {
     EXPECT_EQ(Read(fFolder / "model_2.xml"), "result");
     EXPECT_EQ(Read(fName), "old");
     std::string model;
-    QVTA_PMMLPooling pool(QVTA_DataSource(nullptr), (fFolder / "m.pmml").string());
+    const ProcedureDataSource source(host::MakeDataSource(*host::TableBuilder().Numbers("y", {1.0}).Finish()));
+    QVTA_PMMLPooling pool(source, (fFolder / "m.pmml").string());
     pool.GetCurrentPMMLName(model, {});
     EXPECT_EQ(fs::path(model).filename(), "m_2.pmml");
     Write(model, "model");
