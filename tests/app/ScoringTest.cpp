@@ -13,6 +13,7 @@
 namespace {
 
 using apptest::Csv;
+using apptest::GermanShell;
 using apptest::PmmlEvaluator;
 using apptest::RunShell;
 using apptest::Scratch;
@@ -62,18 +63,6 @@ const Model kModels[] = {
     {"ordinal_cauchit", "wine.csv", "'rating ~ temp + contact + offset(bottle)' --family ordinal --link cauchit"},
     {"nominal", "verbagg6.csv", "'resp ~ Gender + mode + (1 | id)' --family nominal"},
 };
-
-/// Settings of a shell under which numbers have a decimal comma; empty when the machine can't make such a locale.
-const std::string& GermanShell() {
-    static const Scratch folder;
-    static const std::string settings = [] {
-        const std::string names = "LOCPATH='" + folder.Path().string() + "' LC_ALL=de_DE.UTF-8 ";
-        const apptest::Outcome made =
-            RunShell("localedef -i de_DE -f UTF-8 ./de_DE.UTF-8; " + names + "locale decimal_point", folder.Path());
-        return made.fOut == ",\n" ? names : std::string();
-    }();
-    return settings;
-}
 
 class EveryTarget : public testing::TestWithParam<Model> {
 protected:
