@@ -132,7 +132,9 @@ Json MeansJson(const run::MeansRequest& request) {
 }
 
 Json CustomRowJson(const run::CustomTestRow::Row& row) {
-    return {{"estimate", Number(row.fEstimate)},
+    return {{"row", row.fNumber},
+            {"target_category", Optional(row.fTargetCategory)},
+            {"estimate", Number(row.fEstimate)},
             {"hypothesised", Number(row.fHypothesised)},
             {"std_error", Number(row.fStdError)},
             {"df", Number(row.fDf)},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace report {
@@ -232,11 +233,15 @@ private:
 
     void AddCustomTest(const run::CustomTestRow& test) {
         auto table = Table(Filled("Custom test ^1", {test.fLabel}), "Custom Test Estimates");
-        auto rows = Rows(table, "Row", 1, false);
+        const bool byCategory = std::any_of(test.fRows.begin(), test.fRows.end(),
+                                            [](const auto& row) { return row.fTargetCategory.has_value(); });
+        auto rows = Rows(table, "Row", byCategory ? 2 : 1, false);
+        std::optional<BpDimension> categories;
+        if (byCategory) categories = Rows(table, "Target Category", 1, false);
         auto columns = Columns(table, "Statistics");
-        for (std::size_t i = 0; i < test.fRows.size(); ++i) {
-            const auto& row = test.fRows[i];
-            rows.Category(BpNumber(static_cast<double>(i + 1), BpProcedure::Count()));
+        for (const auto& row : test.fRows) {
+            rows.Category(BpNumber(row.fNumber, BpProcedure::Count()));
+            if (categories) categories->Category(Plain(row.fTargetCategory.value_or("")));
             auto estimate = columns.Category(Key("Estimate"));
             estimate.Cell(row.fEstimable ? BpNumber(row.fEstimate, BpProcedure::Coefficient())
                                          : Missing(BpProcedure::Coefficient()));

@@ -86,6 +86,8 @@ struct MeansRequest {
 struct CustomTestRow {
     std::string fLabel;
     struct Row {
+        int fNumber = 1;  ///< of the row as it was given; a row of a multinomial target may stand for several
+        std::optional<std::string> fTargetCategory;
         double fEstimate = kNone, fHypothesised = kNone, fStdError = kNone, fDf = kNone, fT = kNone, fP = kNone,
                fLower = kNone, fUpper = kNone;
         bool fEstimable = true;

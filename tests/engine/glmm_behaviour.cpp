@@ -3,6 +3,7 @@
 #include "engine/documents/MomentFit.h"
 #include "engine/glmm/Family.h"
 #include "engine/glmm_models.h"
+#include "engine/means/CustomTests.h"
 #include "engine/means/EstimatedMeans.h"
 
 #include <cmath>
@@ -291,6 +292,100 @@ TEST(GlmmBehaviour, MeansOfCategoriesAreTheirProbabilities) {
                             "judge");
     ExpectMeansOfCategories(Distribution::kNominal, ReadData("verbagg6", {"resp", "Gender", "id"}), "resp", "Gender",
                             "id");
+}
+
+void ExpectSameRow(const ContrastResult& a, double sign, const ContrastResult& b) {
+    EXPECT_NEAR(a.fEstimate, sign * b.fEstimate, 1e-6);
+    EXPECT_NEAR(a.fStdError, b.fStdError, 1e-6);
+    EXPECT_NEAR(a.fDf / b.fDf, 1.0, 1e-4);
+}
+
+// A target of two categories is binomial, whatever it is called: an ordinal one's threshold is the intercept with the
+// other sign. Rows are combinations of both fixed effects and a predicted random one.
+TEST(GlmmBehaviour, CustomTestsOfTwoCategoriesAreBinomial) {
+    CsvRecords data = ReadData("bacteria", {"ID", "trt"});
+    ModelSpec spec = Spec(data, data["y"], {Factor(data["trt"]), Covariate(data["week"])});
+    AddIntercept(spec, data["ID"]);
+    const RecordView view = data.View(spec);
+    run::CustomTest test;
+    test.fvFixedCounts = {1, 3, 1};
+    test.fvRandomCounts = {2};
+    test.fvRows = {{0, 1, -1, 0, 2, 0, 0}, {1, 0, 0, 1, 4, 0, 1}};
+    test.fvK = {0.5, 0.0};
+    TargetSpec target = Target(Distribution::kBinomial, Link::kLogit);
+    target.fCategories = 2;
+    const GlmmResult binary = FitGlmm(spec, target, view);
+    const CustomTestResult want = RunCustomTest(binary.fFit, spec, test);
+    for (const Distribution distribution : {Distribution::kNominal, Distribution::kOrdinal}) {
+        SCOPED_TRACE(NameOf(distribution));
+        const bool ordinal = distribution == Distribution::kOrdinal;
+        target.fDistribution = distribution;
+        target.fReference = 0;
+        const GlmmResult fit = FitGlmm(spec, target, view);
+        if (ordinal) test.fvRows[1][0] = -1.0;
+        const CustomTestResult got = RunCustomTest(fit.fFit, spec, test, fit.fModel.get());
+        ASSERT_EQ(got.fRows.size(), 2U);
+        for (std::size_t r = 0; r < 2; ++r)
+            ExpectSameRow(got.fRows[r].fResult, 1.0, want.fRows[r].fResult);
+        EXPECT_EQ(got.fRows[0].fTarget, ordinal ? -1 : 1);
+        EXPECT_EQ(got.fRows[1].fTarget, ordinal ? 0 : 1);
+        EXPECT_NEAR(got.fJoint.fF, want.fJoint.fF, 1e-5);
+        EXPECT_EQ(got.fJoint.fDf1, 2.0);
+    }
+}
+
+// One row is a coefficient of every category, together the effect's own test; all columns reach between categories.
+TEST(GlmmBehaviour, CustomTestsOfSeveralCategories) {
+    CsvRecords data = ReadData("verbagg6", {"resp", "id", "Gender"});
+    ModelSpec spec = Spec(data, data["resp"], {Factor(data["Gender"])});
+    AddIntercept(spec, data["id"]);
+    TargetSpec target = Target(Distribution::kNominal, Link::kLogit);
+    target.fCategories = 3;
+    GlmmResult fit = FitGlmm(spec, target, data.View(spec));
+    run::CustomTest test;
+    test.fvFixedCounts = {0, 2};
+    test.fvRandomCounts = {0};
+    test.fvRows = {{1, -1}};
+    CustomTestResult result = RunCustomTest(fit.fFit, spec, test, fit.fModel.get());
+    ASSERT_EQ(result.fRows.size(), 2U);
+    for (std::size_t c = 0; c < 2; ++c) {
+        const FixedParameter& first = fit.fFit.fFixed[3 * c + 1];
+        EXPECT_EQ(result.fRows[c].fTarget, first.fTarget);
+        EXPECT_NEAR(result.fRows[c].fResult.fEstimate, first.fEstimate, 1e-12);
+        EXPECT_NEAR(result.fRows[c].fResult.fP, first.fP, 1e-12);
+    }
+    EXPECT_NEAR(result.fJoint.fF, fit.fFit.fTests[1].fF, 1e-9);
+    test.fAllColumns = true;
+    test.fvFixedCounts = {6};
+    test.fvRows = {{0, 1, -1, 0, -1, 1}};
+    result = RunCustomTest(fit.fFit, spec, test, fit.fModel.get());
+    const auto& covariance = fit.fFit.fFixedCovariance;
+    ASSERT_EQ(result.fRows.size(), 1U);
+    EXPECT_NEAR(result.fRows[0].fResult.fEstimate, fit.fFit.fFixed[1].fEstimate - fit.fFit.fFixed[4].fEstimate, 1e-12);
+    EXPECT_NEAR(std::pow(result.fRows[0].fResult.fStdError, 2),
+                covariance(1, 1) + covariance(4, 4) - 2.0 * covariance(1, 4), 1e-12);
+
+    CsvRecords wine = ReadData("wine", {"rating", "temp", "judge"});
+    spec = Spec(wine, wine["rating"], {Factor(wine["temp"])});
+    AddIntercept(spec, wine["judge"]);
+    target = Target(Distribution::kOrdinal, Link::kLogit);
+    target.fCategories = 5;
+    fit = FitGlmm(spec, target, wine.View(spec));
+    test.fAllColumns = false;
+    test.fvFixedCounts = {1, 2};
+    test.fvRows = {{1, 0, -1}};
+    result = RunCustomTest(fit.fFit, spec, test, fit.fModel.get());
+    ASSERT_EQ(result.fRows.size(), 4U);
+    for (std::size_t j = 0; j < 4; ++j) {  // at the last level, whose coefficient is redundant
+        EXPECT_EQ(result.fRows[j].fTarget, static_cast<int>(j));
+        EXPECT_NEAR(result.fRows[j].fResult.fEstimate, fit.fFit.fFixed[j].fEstimate, 1e-12);
+        EXPECT_NEAR(result.fRows[j].fResult.fStdError, fit.fFit.fFixed[j].fStdError, 1e-12);
+    }
+    test.fvFixedCounts = {1, 3};
+    test.fvRows = {{1, 1, -1, 0}};
+    result = RunCustomTest(fit.fFit, spec, test, fit.fModel.get());
+    EXPECT_FALSE(result.fRows.at(0).fResult.fEstimable);
+    EXPECT_NE(result.fProblem.find("3 coefficients are given for the 2 columns"), std::string::npos);
 }
 
 TEST(GlmmBehaviour, HistoryAndThreadsAreReproducible) {

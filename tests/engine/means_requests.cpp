@@ -158,8 +158,8 @@ TEST(CustomTests, RowsReachTheModelsColumns) {
     test.fvRandomCounts = {0};
     test.fvRows = {{1, 0, -1}, {0, 1, -1}, {1, -1, 0}, {1, 0, 0}};
     const CustomTestResult bare = RunCustomTest(oats.fFit, oats.fSpec, test);
-    for (const ContrastResult& row : bare.fRows)
-        EXPECT_FALSE(row.fEstimable);  // the interaction is left out of the rows
+    for (const CustomTestResult::Row& row : bare.fRows)
+        EXPECT_FALSE(row.fResult.fEstimable);  // the interaction is left out of the rows
     test.fvFixedCounts = {0, 3, 0, 12};
     const double q = 0.25;
     test.fvRows = {{1, 0, -1, q, q, q, q, 0, 0, 0, 0, -q, -q, -q, -q},
@@ -169,9 +169,9 @@ TEST(CustomTests, RowsReachTheModelsColumns) {
     const CustomTestResult result = RunCustomTest(oats.fFit, oats.fSpec, test);
     const EstimatedMeans means = oats.Estimator().Estimate(oats.Request({"Variety"}, run::ContrastKind::kSimple));
     const ContrastResult& want = means.fContrasts[0].fResult;
-    EXPECT_NEAR(result.fRows[0].fEstimate, want.fEstimate, 1e-10);
-    EXPECT_NEAR(result.fRows[0].fLower, want.fLower, 1e-10);
-    EXPECT_NEAR(result.fRows[0].fT, (want.fEstimate - 2.0) / want.fStdError, 1e-10);
+    EXPECT_NEAR(result.fRows[0].fResult.fEstimate, want.fEstimate, 1e-10);
+    EXPECT_NEAR(result.fRows[0].fResult.fLower, want.fLower, 1e-10);
+    EXPECT_NEAR(result.fRows[0].fResult.fT, (want.fEstimate - 2.0) / want.fStdError, 1e-10);
     EXPECT_EQ(result.fJoint.fDf1, 2.0);  // the third row is the first less the second
     test.fvK.clear();
     EXPECT_NEAR(RunCustomTest(oats.fFit, oats.fSpec, test).fJoint.fF, means.fOverall[0].fTest.fF, 1e-9);
@@ -185,13 +185,13 @@ TEST(CustomTests, RandomCoefficientsRunOverSubjectsAndTooManyAreSaid) {
     test.fvRandomCounts = {2};
     test.fvRows = {{0, 0, 1}};
     CustomTestResult result = RunCustomTest(oats.fFit, oats.fSpec, test);
-    EXPECT_NEAR(result.fRows[0].fEstimate, blocks[1].fEstimate[0], 1e-10);
-    EXPECT_NEAR(result.fRows[0].fStdError, blocks[1].fStdError[0], 1e-9);
+    EXPECT_NEAR(result.fRows[0].fResult.fEstimate, blocks[1].fEstimate[0], 1e-10);
+    EXPECT_NEAR(result.fRows[0].fResult.fStdError, blocks[1].fStdError[0], 1e-9);
 
     test.fvRandomCounts = {7};
     test.fvRows = {{0, 0, 0, 0, 0, 0, 0, 1}};
     result = RunCustomTest(oats.fFit, oats.fSpec, test);
-    EXPECT_FALSE(result.fRows[0].fEstimable);
+    EXPECT_FALSE(result.fRows[0].fResult.fEstimable);
     EXPECT_NE(result.fProblem.find("7 coefficients are given for the 6 columns of random effect 1"), std::string::npos)
         << result.fProblem;
 
@@ -199,7 +199,7 @@ TEST(CustomTests, RandomCoefficientsRunOverSubjectsAndTooManyAreSaid) {
     test.fvFixedCounts = {8};
     test.fvRandomCounts = {0};
     test.fvRows = {{1, 0, 0, 1, 0, 0, 0, 1}};
-    EXPECT_FALSE(RunCustomTest(oats.fFit, oats.fSpec, test).fRows[0].fEstimable);
+    EXPECT_FALSE(RunCustomTest(oats.fFit, oats.fSpec, test).fRows[0].fResult.fEstimable);
     test.fvFixedCounts = {21};
     test.fvRows = {std::vector<double>(21, 0.0)};
     EXPECT_FALSE(RunCustomTest(oats.fFit, oats.fSpec, test).fProblem.empty());

@@ -233,6 +233,16 @@ public:
     }
     int CategoryOf(int k) const override { return fCodes[k]; }
 
+    std::vector<CategoryRow> CategoryRows(const MixedRow& row) const override {
+        std::vector<CategoryRow> rows;
+        for (int k = 0; k < Predictors(); ++k) {
+            rows.push_back({fCodes[k], {PredictorOf(row.fFixed, k), row.fRandom}});
+            for (MixedRow::RandomTerm& term : rows.back().fRow.fRandom)
+                term.fBlock += k * static_cast<int>(fOriginal.fRandom.size());
+        }
+        return rows;
+    }
+
     bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const override {
         Eigen::VectorXd shares(fCategories);
         Shares(eta.data() + record * Predictors(), shares);
@@ -382,6 +392,21 @@ public:
         return all;
     }
     int CategoryOf(int k) const override { return k; }
+
+    std::vector<CategoryRow> CategoryRows(const MixedRow& row) const override {
+        const Eigen::Index first = fOriginal.fIntercept ? 1 : 0;
+        const double threshold = fOriginal.fIntercept ? row.fFixed[0] : 0.0;
+        MixedRow combined = row;
+        combined.fFixed = Eigen::VectorXd::Zero(Predictors() + row.fFixed.size() - first);
+        combined.fFixed.tail(row.fFixed.size() - first) = row.fFixed.tail(row.fFixed.size() - first);
+        if (threshold == 0.0) return {{-1, std::move(combined)}};
+        std::vector<CategoryRow> rows(Predictors(), {0, combined});
+        for (int k = 0; k < Predictors(); ++k) {
+            rows[k].fTarget = k;
+            rows[k].fRow.fFixed[k] = threshold;
+        }
+        return rows;
+    }
 
     bool AtEdge(const Eigen::VectorXd& eta, std::size_t record) const override {
         const int p = Predictors();

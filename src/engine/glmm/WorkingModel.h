@@ -53,6 +53,14 @@ public:
     /// the model's own fixed effects, whose intercept has the coefficient 1; and what an offset adds to it.
     virtual Eigen::VectorXd PredictorOf(const Eigen::VectorXd& row, int /*k*/) const { return row; }
     virtual double OffsetOf(double offset) const { return offset; }
+    /// Combinations of the fit's parameters that a row of coefficients over the model's own columns and random effects
+    /// stands for, and the category that each belongs to, or -1. A nominal target has one for each category but the
+    /// reference, an ordinal one whose row has the intercept one for each threshold in the intercept's place.
+    struct CategoryRow {
+        int fTarget = -1;
+        MixedRow fRow;
+    };
+    virtual std::vector<CategoryRow> CategoryRows(const MixedRow& row) const { return {{-1, row}}; }
     /// A multinomial target's: the category that predictor k is named after; and the probability of a category given
     /// the predictors, with its derivatives in them.
     virtual int CategoryOf(int /*k*/) const { return -1; }

@@ -29,39 +29,47 @@ void AddStretches(const std::vector<ModelEffect>& effects, const ModelSpec& spec
 
 class TestRunner {
 public:
-    TestRunner(const FitResult& fit, const ModelSpec& spec, const run::CustomTest& test)
-        : fFit(fit), fTest(test), fSubjects(spec.fRandom.size()) {
+    /// spec: of the columns that the coefficients stand for. model: what makes the fit's of them; null: they are.
+    TestRunner(const FitResult& fit, const ModelSpec& spec, const WorkingModel* model, const run::CustomTest& test)
+        : fFit(fit), fpModel(model), fTest(test), fSubjects(spec.fRandom.size()) {
+        fColumns = EffectDesign(spec.FixedEffects(), spec.fLevels).NumColumns();
         AddStretches(spec.FixedEffects(), spec, -1, test.fAllColumns, fFixed);
         for (std::size_t b = 0; b < spec.fRandom.size(); ++b)
             AddStretches(spec.fRandom[b].fEffects, spec, static_cast<int>(b), test.fAllColumns, fRandom);
     }
 
     CustomTestResult Run() {
-        std::vector<MixedRow> estimable;
-        std::vector<double> values;
         for (std::size_t r = 0; r < fTest.fvRows.size(); ++r) {
-            fResult.fHypothesised.push_back(r < fTest.fvK.size() ? fTest.fvK[r] : 0.0);
+            const double value = r < fTest.fvK.size() ? fTest.fvK[r] : 0.0;
             MixedRow row;
-            row.fFixed = Eigen::VectorXd::Zero(static_cast<Eigen::Index>(fFit.fFixed.size()));
-            ContrastResult result;
-            result.fEstimable = false;
-            if (Fill(fTest.fvRows[r], row)) result = fFit.Contrast(row);
-            if (result.fEstimable) {
-                result.fT = (result.fEstimate - fResult.fHypothesised.back()) / result.fStdError;
-                result.fP = TwoSidedT(result.fT, result.fDf);
-                values.push_back(fResult.fHypothesised.back());
-                estimable.push_back(std::move(row));
-            }
-            fResult.fRows.push_back(result);
+            row.fFixed = Eigen::VectorXd::Zero(fColumns);
+            const bool fits = Fill(fTest.fvRows[r], row);
+            const std::vector<WorkingModel::CategoryRow> rows =
+                fits && fpModel ? fpModel->CategoryRows(row)
+                                : std::vector<WorkingModel::CategoryRow>{{-1, std::move(row)}};
+            for (const auto& [target, combination] : rows)
+                Add({static_cast<int>(r), target, value, {}}, fits, combination);
         }
-        fResult.fJoint.fEstimable = !estimable.empty();
-        if (!estimable.empty())
-            fResult.fJoint = fFit.Test(
-                estimable, Eigen::Map<const Eigen::VectorXd>(values.data(), static_cast<Eigen::Index>(values.size())));
+        fResult.fJoint.fEstimable = !fEstimable.empty();
+        if (!fEstimable.empty())
+            fResult.fJoint = fFit.Test(fEstimable, Eigen::Map<const Eigen::VectorXd>(
+                                                       fValues.data(), static_cast<Eigen::Index>(fValues.size())));
         return std::move(fResult);
     }
 
 private:
+    void Add(CustomTestResult::Row row, bool fits, const MixedRow& combination) {
+        row.fResult.fEstimable = false;
+        if (fits) row.fResult = fFit.Contrast(combination);
+        if (row.fResult.fEstimable) {
+            row.fResult.fT = (row.fResult.fEstimate - row.fHypothesised) / row.fResult.fStdError;
+            row.fResult.fP = TwoSidedT(row.fResult.fT, row.fResult.fDf);
+            fEstimable.push_back(combination);
+            fValues.push_back(row.fHypothesised);
+        }
+        fResult.fRows.push_back(std::move(row));
+    }
+
     bool Fill(const std::vector<double>& values, MixedRow& row) {
         std::size_t next = 0;
         return FillPart(fFixed, fTest.fvFixedCounts, values, next, row) &&
@@ -125,17 +133,23 @@ private:
     }
 
     const FitResult& fFit;
+    const WorkingModel* const fpModel;
     const run::CustomTest& fTest;
+    Eigen::Index fColumns;
     std::vector<Stretch> fFixed;
     std::vector<Stretch> fRandom;
     std::vector<std::vector<SubjectPrediction>> fSubjects;  // per random block, when they are needed
+    std::vector<MixedRow> fEstimable;
+    std::vector<double> fValues;  // hypothesised, of the estimable rows
     CustomTestResult fResult;
 };
 
 }  // namespace
 
-CustomTestResult RunCustomTest(const FitResult& fit, const ModelSpec& spec, const run::CustomTest& test) {
-    return TestRunner(fit, spec, test).Run();
+CustomTestResult RunCustomTest(const FitResult& fit, const ModelSpec& spec, const run::CustomTest& test,
+                               const WorkingModel* multinomial) {
+    if (multinomial && test.fAllColumns) return TestRunner(fit, multinomial->Spec(), nullptr, test).Run();
+    return TestRunner(fit, spec, multinomial, test).Run();
 }
 
 }  // namespace engine

@@ -93,13 +93,14 @@ run::MeansRequest MakeFigures(const EstimatedMeans& source, int number, const Na
     return request;
 }
 
-run::CustomTestRow MakeFigures(const CustomTestResult& source, const std::string& label) {
+run::CustomTestRow MakeFigures(const CustomTestResult& source, const std::string& label,
+                               const run::TargetCategories& categories) {
     run::CustomTestRow row;
     row.fLabel = label;
-    for (std::size_t r = 0; r < source.fRows.size(); ++r) {
-        const ContrastResult& result = source.fRows[r];
-        row.fRows.push_back({result.fEstimate, source.fHypothesised[r], result.fStdError, result.fDf, result.fT,
-                             result.fP, result.fLower, result.fUpper, result.fEstimable});
+    for (const auto& [number, target, hypothesised, result] : source.fRows) {
+        row.fRows.push_back({number + 1, target < 0 ? std::nullopt : std::optional<std::string>(categories[target]),
+                             result.fEstimate, hypothesised, result.fStdError, result.fDf, result.fT, result.fP,
+                             result.fLower, result.fUpper, result.fEstimable});
     }
     row.fF = source.fJoint.fF;
     row.fDf1 = source.fJoint.fEstimable ? source.fJoint.fDf1 : run::kNone;
@@ -130,10 +131,6 @@ std::vector<MCStatus> MeansResults::Warnings() const {
 
 void MeansResults::AddFigures(const run::RunValue& run, int dependent, const Namer& namer,
                               run::Figures& figures) const {
-    if (fTestsLeftOut) {
-        figures.fMessages.push_back(
-            {"warning", 0, "Custom tests are left out: they are not available for ordinal and nominal targets."});
-    }
     for (const MCStatus& warning : Warnings())
         figures.fMessages.push_back({"warning", warning.GetErrorCode(), warning.GetDetail()});
     const auto add = [&](const EstimatedMeans& means, int number, const run::Levels& target) {
@@ -157,7 +154,8 @@ void MeansResults::AddFigures(const run::RunValue& run, int dependent, const Nam
         add(part.fMeans, part.fRequest + 1, {{namer.Variable(dependent), run.fTargetCategories[part.fTarget]}});
     for (std::size_t i = 0; i < fTests.size(); ++i) {
         const std::string& label = run.fvTests[i].fLabel;
-        figures.fCustomTests.push_back(MakeFigures(fTests[i], label.empty() ? std::to_string(i + 1) : label));
+        figures.fCustomTests.push_back(
+            MakeFigures(fTests[i], label.empty() ? std::to_string(i + 1) : label, run.fTargetCategories));
         if (fTests[i].fProblem.empty()) continue;
         figures.fMessages.push_back({"warning", 0,
                                      "Custom test " + std::to_string(i + 1) +
@@ -178,8 +176,9 @@ MeansResults EstimateMeans(const FitResult& fit, const ModelSpec& spec, const Re
                            const ResponseScale& scale, const GLMMSettings& settings, const run::RunValue& run,
                            bool topEffects) {
     MeansResults results;
+    for (const run::CustomTest& test : run.fvTests)
+        results.fTests.push_back(RunCustomTest(fit, spec, test, scale.fpMultinomial));
     if (const WorkingModel* model = scale.fpMultinomial) {
-        results.fTestsLeftOut = !run.fvTests.empty();
         const std::vector<MeansRequest> requests = ReadMeansRequests(settings, run);
         for (std::size_t i = 0; i < requests.size(); ++i) {
             ResponseScale part = scale;
@@ -197,8 +196,6 @@ MeansResults EstimateMeans(const FitResult& fit, const ModelSpec& spec, const Re
     if (topEffects) results.fTop = estimator.TopEffects();
     for (const MeansRequest& request : ReadMeansRequests(settings, run))
         results.fRequests.push_back(estimator.Estimate(request));
-    for (const run::CustomTest& test : run.fvTests)
-        results.fTests.push_back(RunCustomTest(fit, spec, test));
     return results;
 }
 

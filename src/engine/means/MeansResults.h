@@ -24,7 +24,6 @@ struct MeansResults {
     };
     std::vector<OfCategory> fByCategory;
     std::vector<CustomTestResult> fTests;  ///< one a custom test of the run
-    bool fTestsLeftOut = false;            ///< custom tests were asked for, but the target has several predictors
 
     /// Warnings for the engine's list: a compared factor without contrasts, with its request's number from 1.
     std::vector<MCStatus> Warnings() const;
@@ -37,7 +36,7 @@ struct MeansResults {
 std::vector<MeansRequest> ReadMeansRequests(const GLMMSettings& settings, const run::RunValue& run);
 
 /// records: averages over the split's records. Top effects are left out when topEffects is false. Ordinal and nominal
-/// targets get means by category, and neither grand mean nor top effects nor custom tests.
+/// targets get means by category, and neither grand mean nor top effects.
 MeansResults EstimateMeans(const FitResult& fit, const ModelSpec& spec, const RecordMeans& records,
                            const ResponseScale& scale, const GLMMSettings& settings, const run::RunValue& run,
                            bool topEffects);
