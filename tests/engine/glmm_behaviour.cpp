@@ -72,7 +72,8 @@ TEST(GlmmBehaviour, NormalTargetWithIdentityLinkIsTheLinearModel) {
     ExpectSame(FitGlmm(spec, Target(Distribution::kNormal, Link::kIdentity), view).fFit, FitLmm(spec, view), 1e-6);
 }
 
-// Crossed random intercepts, and the same as divided effects of one common subject, go different ways in the engine.
+// Crossed random effects, and the same as effects of one common subject, go different ways in the engine: so does a
+// dispersion, which is an effect of each record there and a part of the residual variance here.
 TEST(GlmmBehaviour, CrossedCountsAgreeWithOneSubject) {
     CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
     data.Add("all", std::vector<double>(data.Count(), 0.0), 1);
@@ -86,9 +87,66 @@ TEST(GlmmBehaviour, CrossedCountsAgreeWithOneSubject) {
         block.fSubjects = {data["all"]};
         common.fRandom.push_back(block);
     }
-    const TargetSpec target = Target(Distribution::kPoisson, Link::kLog);
+    for (const Distribution distribution : {Distribution::kPoisson, Distribution::kNegativeBinomial}) {
+        SCOPED_TRACE(NameOf(distribution));
+        const TargetSpec target = Target(distribution, Link::kLog);
+        const FitResult one = FitGlmm(common, target, data.View(common)).fFit;
+        ExpectSame(FitGlmm(crossed, target, data.View(crossed)).fFit, one, 1e-5);
+    }
+    // A structure that isn't linear in its parameters, and an adjustment that takes everything from the data.
+    for (ModelSpec* spec : {&crossed, &common}) {
+        RandomBlock& block = spec->fRandom.front();
+        block.fEffects = {Factor(data["period"])};
+        block.fSubjects = {data["subject"]};
+        if (spec == &common) block.fSubjects.insert(block.fSubjects.begin(), data["all"]);
+        block.fType = CovarianceType::kAR1;
+        spec->fDf = DfMethod::kKenwardRoger;
+    }
+    const TargetSpec target = Target(Distribution::kNegativeBinomial, Link::kLog);
     const FitResult one = FitGlmm(common, target, data.View(common)).fFit;
-    ExpectSame(FitGlmm(crossed, target, data.View(crossed)).fFit, one, 1e-5);
+    const FitResult other = FitGlmm(crossed, target, data.View(crossed)).fFit;
+    ExpectSame(other, one, 1e-5);
+    for (std::size_t k = 0; k < one.fCovariance.size(); ++k) {
+        if (std::isnan(one.fCovariance[k].fStdError)) continue;
+        EXPECT_NEAR(other.fCovariance[k].fStdError, one.fCovariance[k].fStdError, 1e-4) << k;
+    }
+    for (std::size_t k = 0; k < one.fFixed.size(); ++k) {
+        if (one.fFixed[k].fRedundant) continue;
+        EXPECT_NEAR(other.fFixed[k].fDf / one.fFixed[k].fDf, 1.0, 1e-3) << k;
+    }
+}
+
+// Given its own estimate, the dispersion is part of a known variance: the rest stays where it is, whatever the weights.
+TEST(GlmmBehaviour, ADispersionHeldAtItsEstimateChangesNothing) {
+    CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
+    std::vector<double> weights(data.Count());
+    for (std::size_t i = 0; i < weights.size(); ++i)
+        weights[i] = 0.5 + static_cast<double>(i % 3);
+    data.Add("w", weights);
+    ModelSpec spec = Seizures(data);
+    for (const bool weighted : {false, true}) {
+        if (weighted) spec.fRegressionWeight = data["w"];
+        spec.fRandom.clear();
+        for (const bool mixed : {false, true}) {
+            SCOPED_TRACE(std::string(weighted ? "weighted " : "") + (mixed ? "mixed" : "fixed"));
+            if (mixed) AddIntercept(spec, data["subject"]);
+            const RecordView view = data.View(spec);
+            TargetSpec target = Target(Distribution::kNegativeBinomial, Link::kLog);
+            const FitResult free = FitGlmm(spec, target, view).fFit;
+            ASSERT_TRUE(free.fStatus.IsOk()) << free.fStatus.fDetail;
+            const std::size_t at = free.fCovariance.size() - 2;
+            ASSERT_EQ(free.fCovariance[at].fName, "Dispersion");
+            target.fDispersion = free.fCovariance[at].fEstimate;
+            const FitResult held = FitGlmm(spec, target, view).fFit;
+            for (std::size_t k = 0; k < free.fFixed.size(); ++k)
+                EXPECT_NEAR(held.fFixed[k].fEstimate, free.fFixed[k].fEstimate, 1e-6) << k;
+            if (mixed) {
+                EXPECT_NEAR(held.fCovariance[0].fEstimate, free.fCovariance[0].fEstimate, 1e-6);
+                EXPECT_NEAR(held.Predictions(0)[3].fStdError[0], free.Predictions(0)[3].fStdError[0], 1e-6);
+            }
+            EXPECT_NEAR(held.fMinus2LogLikelihood, free.fMinus2LogLikelihood, 1e-4);
+        }
+    }
 }
 
 TEST(GlmmBehaviour, TwoCategoriesAreTheSameInEveryGuise) {
@@ -198,6 +256,26 @@ TEST(GlmmBehaviour, IdentityLinkKeepsMeansInRange) {
     const GlmmResult result = FitGlmm(spec, Target(Distribution::kPoisson, Link::kIdentity), data.View(spec));
     ASSERT_TRUE(result.fFit.HasEstimates()) << result.fFit.fStatus.fDetail;
     EXPECT_TRUE(std::all_of(result.fFitted.begin(), result.fFitted.end(), [](double mean) { return mean > 0.0; }));
+}
+
+// Where the best means lie beyond the range the estimates stay those of the last step inside, and that is said. A
+// normal target's values may lie outside the means' range.
+TEST(GlmmBehaviour, MeansThatLeaveTheirRangeAreSaid) {
+    CsvRecords data = ReadData("epil", {"trt", "subject", "period"});
+    ModelSpec spec = Spec(data, data["y"], {Covariate(data["lbase"])});
+    AddIntercept(spec, data["subject"]);
+    for (const Distribution distribution : {Distribution::kPoisson, Distribution::kNegativeBinomial}) {
+        const FitResult fit = FitGlmm(spec, Target(distribution, Link::kIdentity), data.View(spec)).fFit;
+        ASSERT_TRUE(fit.HasEstimates()) << fit.fStatus.fDetail;
+        EXPECT_EQ(fit.fStatus.fCode, 130024);
+        EXPECT_NE(fit.fStatus.fDetail.find("leave the range"), std::string::npos) << fit.fStatus.fDetail;
+        EXPECT_LT(std::abs(fit.fFixed[1].fEstimate), 100.0);
+    }
+    for (std::size_t i = 0; i < data.Count(); ++i)
+        data.At(i, "y") = std::exp(1.0 + 0.5 * data.At(i, "lbase")) + (i % 2 == 0 ? 2.0 : -2.0);
+    const FitResult normal = FitGlmm(spec, Target(Distribution::kNormal, Link::kLog), data.View(spec)).fFit;
+    ASSERT_TRUE(normal.HasEstimates()) << normal.fStatus.fDetail;
+    EXPECT_NEAR(normal.fFixed[1].fEstimate, 0.5, 0.2);
 }
 
 TEST(GlmmBehaviour, PredictionsAreOnTheScaleOfTheTarget) {

@@ -312,6 +312,19 @@ TEST(GlmmStatuses, WarningsComeWithEstimates) {
     expect(spec, Target(Distribution::kPoisson, Link::kIdentity), falling, 130024);
 }
 
+// Undamped, this iteration goes to and fro between two points for ever.
+TEST(GlmmStatuses, IterationsThatAlternateAreDamped) {
+    std::vector<double> targets;
+    for (int i = 0; i < 60; ++i)
+        targets.push_back(0.05 + 0.3 * (i * 7 % 11) * std::exp(0.5 * std::sin(i) + 0.4 * std::cos(i / 6)));
+    const Records records(targets);
+    const FitResult fit =
+        FitGlmm(records.MixedModel(), Target(Distribution::kGamma, Link::kIdentity), records.View()).fFit;
+    EXPECT_TRUE(fit.fStatus.IsOk()) << fit.fStatus.fDetail;
+    EXPECT_LT(fit.fHistory.back().fMaxChange, 1e-6);
+    EXPECT_THAT(fit.fHistory, Contains(Field(&IterationRecord::fDamping, ::testing::Lt(1.0))));
+}
+
 TEST(GlmmStatuses, SeparationNamesItsCoefficients) {
     CsvRecords data = ReadData("separation", {"arm", "g"});
     ModelSpec spec = Spec(data, data["y"], {Factor(data["arm"]), Covariate(data["x"])});
@@ -367,7 +380,9 @@ TEST(GlmmStatuses, RareCategoriesAreSaid) {
     target.fCategoryNames = {"low", "middle", "high"};
     const FitResult fit = FitGlmm(records.MixedModel(), target, records.View()).fFit;
     EXPECT_TRUE(fit.HasEstimates());
-    EXPECT_THAT(fit.fWarnings, Contains(Field(&FitStatus::fDetail, HasSubstr("category high of the target"))));
+    EXPECT_THAT(fit.fWarnings,
+                Contains(Field(&FitStatus::fDetail,
+                               HasSubstr("category high of the target target occurs in one record only (record 12)"))));
 }
 
 }  // namespace

@@ -107,8 +107,8 @@ TEST(ReportText, OurOwnTablesStandUnderTheirSplits) {
         figures.fMatrices = {{"G Matrix", {"x", "x"}, {"x", "x"}, {{1, 2}, {3, 4}}}};
         figures.fCustomTests = {
             {"slope",
-             {{1.5, 0, 0.5, 17, 3, 0.008, 0.4, 2.6, true},
-              {run::kNone, 0, run::kNone, run::kNone, run::kNone, run::kNone, run::kNone, run::kNone, false}},
+             {{1, {}, 1.5, 0, 0.5, 17, 3, 0.008, 0.4, 2.6, true},
+              {2, {}, run::kNone, 0, run::kNone, run::kNone, run::kNone, run::kNone, run::kNone, run::kNone, false}},
              9,
              1,
              17,

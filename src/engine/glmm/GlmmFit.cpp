@@ -33,6 +33,7 @@ constexpr double kPerfect = 1e-11;     // residual, in sizes of the largest valu
 constexpr int kUndamped = 6;           // outer iterations before damping is thought of
 constexpr double kSlow = 0.7;          // ratio of changes from which on it is tried
 constexpr double kLeastDamping = 0.125;
+constexpr int kCalm = 3;  // outer iterations in a row that don't alternate, after which damping is taken back
 constexpr int kBeforeSeparation = 8;  // outer iterations before predictors at the edge count as on their way out
 constexpr double kRunsAway = 0.05;    // change of a predictor, an iteration, that does
 
@@ -115,6 +116,7 @@ private:
     FitStatus Iterate() {
         double damping = 1.0;
         double before = 0.0;
+        int calm = 0;
         Eigen::VectorXd last;
         for (int iteration = 1; iteration <= fSpec.fMaxIterations; ++iteration) {
             const Eigen::VectorXd theta = iteration > 1 ? fFit.Theta() : Eigen::VectorXd();
@@ -137,12 +139,20 @@ private:
             }
             if (change <= kSettled && ThetaSettled(theta)) return Fine();
             if (iteration > kBeforeSeparation && drift > kRunsAway && AtEdge(fastest)) return Separated();
-            if (iteration > kUndamped && alternates && change > kSlow * before)
+            const double whole = change / damping;
+            if (iteration > kUndamped && alternates && whole > kSlow * before)
                 damping = std::max(kLeastDamping, 0.5 * damping);
-            before = change / damping;
+            calm = alternates ? 0 : calm + 1;
+            if (calm == kCalm) {
+                damping = std::min(1.0, 2.0 * damping);
+                calm = 0;
+            }
+            before = whole;
             if (IsCancelled(fSpec)) return {kStopped, Severity::kError, {}};
         }
-        fEnd = {kIterationLimit, Severity::kWarning, {}};
+        fEnd = {kIterationLimit, Severity::kWarning,
+                "The outer iterations came to their limit of " + std::to_string(fSpec.fMaxIterations) +
+                    " before the predictions settled: raise the limit, or choose another link or a simpler model."};
         return Fine();
     }
 

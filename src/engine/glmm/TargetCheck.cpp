@@ -31,6 +31,11 @@ std::string NumberText(double value) {
     return {buffer.data(), std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr};
 }
 
+/// Where a record stands: in the user's data, or among the records when its row isn't known (0).
+std::string PlaceText(long row, std::size_t index) {
+    return row > 0 ? "row " + std::to_string(row) + " of the data" : "record " + std::to_string(index + 1);
+}
+
 /// The sentence about a record of the view whose value is objected to; of several, that on the first in the data.
 FitStatus RefuseRecord(const Family& family, const ModelSpec& spec, const TargetSpec& target, const RecordView& view,
                        std::size_t index) {
@@ -46,8 +51,7 @@ FitStatus RefuseRecord(const Family& family, const ModelSpec& spec, const Target
     };
     const long row = target.fFindRow ? target.fFindRow(fits) : 0;
     if (row == 0) fits(record);
-    std::string sentence = "The target " + target.fName + " " + objection + " in ";
-    sentence += row > 0 ? "row " + std::to_string(row) + " of the data" : "record " + std::to_string(index + 1);
+    std::string sentence = "The target " + target.fName + " " + objection + " in " + PlaceText(row, index);
     sentence += ": " + NumberText(value);
     if (target.HasTrials()) sentence += " of " + NumberText(trials);
     return Refuse(sentence + ".");
@@ -80,9 +84,13 @@ FitStatus CheckModel(const ModelSpec& spec, const TargetSpec& target) {
 
 TargetVerdict CheckCategories(const ModelSpec& spec, const TargetSpec& target, const RecordView& view) {
     TargetVerdict verdict;
+    const auto code = [&](const double* record) { return static_cast<std::size_t>(record[spec.fDependent]); };
     std::vector<std::size_t> counts(target.fCategories, 0);
-    for (std::size_t i = 0; i < view.fCount; ++i)
-        ++counts[static_cast<std::size_t>(view.Row(i)[spec.fDependent])];
+    std::vector<std::size_t> last(target.fCategories, 0);
+    for (std::size_t i = 0; i < view.fCount; ++i) {
+        ++counts[code(view.Row(i))];
+        last[code(view.Row(i))] = i;
+    }
     const auto present = std::count_if(counts.begin(), counts.end(), [](std::size_t n) { return n > 0; });
     if (present < 2) {
         verdict.fRefusal =
@@ -101,9 +109,12 @@ TargetVerdict CheckCategories(const ModelSpec& spec, const TargetSpec& target, c
             return verdict;
         }
         if (counts[c] == 1) {
+            const auto fits = [&](const double* record) { return code(record) == c; };
+            const std::string place = PlaceText(target.fFindRow ? target.fFindRow(fits) : 0, last[c]);
             verdict.fWarnings.push_back({kNotBuilt, Severity::kWarning,
                                          "The category " + CategoryName(target, c) + " of the target " + target.fName +
-                                             " occurs in one record only: what is estimated for it is uncertain."});
+                                             " occurs in one record only (" + place +
+                                             "): what is estimated for it is uncertain."});
         }
     }
     return verdict;

@@ -2,6 +2,7 @@
 
 #include "engine/glmm/Family.h"
 #include "engine/glmm/TargetValues.h"
+#include "engine/lmm/ParameterLayout.h"
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +14,7 @@ namespace {
 
 constexpr double kEdge = 1e-10;     // distance of a mean from its limit at which the expansion stays
 constexpr double kNearEdge = 1e-6;  // and at which the likelihood hardly depends on it any more
+constexpr double kNearZero = 1e-8;  // predictor's distance from a mean of 0, in that of the mean of all, that is none
 
 /// A target with one mean.
 class SingleMeanModel : public WorkingModel {
@@ -24,24 +26,26 @@ public:
           fValues(target, fSpec) {
         fTarget.resize(view.fCount);
         fWeight.resize(view.fCount);
+        for (std::size_t i = 0; i < fView.fCount; ++i)
+            fOverall += fValues.Value(fView.Row(i)) / static_cast<double>(fView.fCount);
         if (fFamily->IsBounded()) {
             const double low = fLink->Predictor(kEdge);
             const double high = fLink->Predictor(1.0 - kEdge);
             fLow = std::min(low, high);
             fHigh = std::max(low, high);
+        } else if (!fFamily->InRange(0.0)) {
+            fLeast = kNearZero * fOverall / std::abs(fLink->Slope(fLink->Predictor(fOverall)));
         }
     }
 
     void Start(Eigen::VectorXd& eta) const override {
-        double sum = 0.0;
-        for (std::size_t i = 0; i < fView.fCount; ++i)
-            sum += fValues.Value(fView.Row(i));
-        const double overall = sum / static_cast<double>(fView.fCount);
         eta.resize(static_cast<Eigen::Index>(fView.fCount));
         for (std::size_t i = 0; i < fView.fCount; ++i) {
             const double* record = fView.Row(i);
-            const double mean = fFamily->StartMean(fValues.Value(record), fValues.Trials(record), overall);
-            eta[static_cast<Eigen::Index>(i)] = fLink->Predictor(mean);
+            const double mean = fFamily->StartMean(fValues.Value(record), fValues.Trials(record), fOverall);
+            const double start = fLink->Predictor(mean);
+            // A normal target may have values below 0 under a link whose means are above.
+            eta[static_cast<Eigen::Index>(i)] = std::isfinite(start) ? start : fLink->Predictor(fOverall);
         }
     }
 
@@ -101,6 +105,7 @@ protected:
         eta = std::clamp(eta, fLow, fHigh);
         const double mu = fLink->Mean(eta);
         const double slope = fLink->Slope(eta);
+        if (mu < fLeast * std::abs(slope)) return false;
         const double variance = fFamily->Variance(*fLink, eta);
         const double weight = fValues.Weight(record) * fValues.Trials(record) * slope * slope / variance;
         fTarget[i] = eta - fValues.Offset(record) + (fValues.Value(record) - mu) / slope;
@@ -111,6 +116,10 @@ protected:
     const std::unique_ptr<Family> fFamily;
     const std::unique_ptr<Link> fLink;
     const TargetValues fValues;
+    double fOverall = 0.0;  ///< mean of the values
+    /// Distance of a predictor from one whose mean is 0, mu / mu', that counts as out of range: where there is such a
+    /// predictor at all, working weights grow without bound on the way to it. 0 for limits of other kinds.
+    double fLeast = 0.0;
     double fLow = -std::numeric_limits<double>::infinity();
     double fHigh = std::numeric_limits<double>::infinity();
 };
@@ -135,11 +144,45 @@ protected:
     std::vector<double> fRows;
 };
 
-/// var(y) = mu + k mu^2 with k estimated: the working variance mu/mu'^2 + k (mu/mu')^2 is that of a Poisson target with
-/// one more random effect for each record, of variance k and coefficient mu/mu', which is no part of the predictor.
-class DispersedModel : private WidenedRows, public SingleMeanModel {
+/// Calls the parameter of a block of the working model's the dispersion.
+void NameDispersion(FitResult& result, int block) {
+    for (CovarianceParameter& parameter : result.fCovariance) {
+        if (parameter.fBlock != block) continue;
+        parameter.fBlock = -1;
+        parameter.fType = CovarianceType::kID;
+        parameter.fName = "Dispersion";
+    }
+}
+
+/// var(y) = mu + k mu^2 with k estimated: the variance of a Poisson target times 1 + k mu.
+class DispersedModel : public SingleMeanModel {
 public:
     DispersedModel(const ModelSpec& spec, const TargetSpec& target, const RecordView& view)
+        : SingleMeanModel(Dispersed(spec), target, view, 0.0) {
+        fSpread.resize(view.fCount);
+    }
+
+    void Translate(FitResult& result) const override { NameDispersion(result, kDispersionBlock); }
+
+protected:
+    bool Expand(std::size_t i, double eta) override {
+        if (!SingleMeanModel::Expand(i, eta)) return false;
+        fSpread[i] = fFamily->DispersedVariance(fLink->Mean(eta)) / fFamily->Variance(*fLink, eta);
+        return true;
+    }
+
+private:
+    static ModelSpec Dispersed(ModelSpec spec) {
+        spec.fResidual.fDispersed = true;
+        return spec;
+    }
+};
+
+/// The same for crossed random effects: the working variance 1/w + k mu/w is that of a Poisson target with one more
+/// random effect for each record, of variance k and coefficient sqrt(mu/w), which is no part of the predictor.
+class CrossedDispersedModel : private WidenedRows, public SingleMeanModel {
+public:
+    CrossedDispersedModel(const ModelSpec& spec, const TargetSpec& target, const RecordView& view)
         : WidenedRows(spec, view, 2),
           SingleMeanModel(WithRecordEffect(spec, view.fStride, Widened().fCount), target, Widened(), 0.0) {
         for (std::size_t i = 0; i < SingleMeanModel::fView.fCount; ++i)
@@ -155,12 +198,7 @@ public:
     }
 
     void Translate(FitResult& result) const override {
-        const int block = RandomBlocks();
-        for (CovarianceParameter& parameter : result.fCovariance) {
-            if (parameter.fBlock != block) continue;
-            parameter.fBlock = -1;
-            parameter.fName = "Dispersion";
-        }
+        NameDispersion(result, RandomBlocks());
         result.fNumSubjects.pop_back();
         result.fNumColumns.pop_back();
         result.fRandomColumns.pop_back();
@@ -169,7 +207,8 @@ public:
 protected:
     bool Expand(std::size_t i, double eta) override {
         if (!SingleMeanModel::Expand(i, eta)) return false;
-        fRows[i * fStride + fStride - 1] = std::sqrt(fFamily->DispersedVariance(fLink->Mean(eta))) / fLink->Slope(eta);
+        const double spread = fFamily->DispersedVariance(fLink->Mean(eta)) / fFamily->Variance(*fLink, eta);
+        fRows[i * fStride + fStride - 1] = std::sqrt(spread / fWeight[i]);
         return true;
     }
 
@@ -183,8 +222,7 @@ private:
         ModelEffect ratio;
         ratio.fCovariates.push_back({number + 1, 1});
         block.fEffects.push_back(ratio);
-        block.fSubjects = CommonSubject(spec);
-        block.fSubjects.push_back(number);
+        block.fSubjects = {number};
         spec.fRandom.push_back(block);
         return spec;
     }
@@ -220,6 +258,8 @@ std::shared_ptr<WorkingModel> MakeWorkingModel(const ModelSpec& spec, const Targ
     scaled.fResidual.fUnitScale = HoldsScale(spec, target);
     if (!family) return MakeMultinomialModel(scaled, target, view);
     const bool dispersed = target.fDistribution == run::Distribution::kNegativeBinomial && !target.fDispersion;
+    const bool crossed = !spec.fRandom.empty() && CommonSubject(spec).empty();
+    if (dispersed && crossed) return std::make_shared<CrossedDispersedModel>(scaled, target, view);
     if (dispersed) return std::make_shared<DispersedModel>(scaled, target, view);
     return std::make_shared<SingleMeanModel>(scaled, target, view, target.fDispersion.value_or(0.0));
 }

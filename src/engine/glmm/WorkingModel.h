@@ -33,7 +33,7 @@ public:
     /// The linear model of the working rows. Its first RandomBlocks() random blocks belong to the predictors.
     const ModelSpec& Spec() const { return fSpec; }
     const RecordView& View() const { return fView; }
-    WorkingData Data() const { return {fTarget.data(), fWeight.data()}; }
+    WorkingData Data() const { return {fTarget.data(), fWeight.data(), fSpread.empty() ? nullptr : fSpread.data()}; }
     std::size_t Records() const { return fView.fCount / Predictors(); }
 
     virtual int Predictors() const { return 1; }
@@ -99,6 +99,7 @@ protected:
     RecordView fView;
     std::vector<double> fTarget;  ///< working response less offset, a value a working row
     std::vector<double> fWeight;
+    std::vector<double> fSpread;  ///< of a dispersion that is estimated, else empty
 };
 
 /// Calls work(first, end) for runs of records, on all threads.

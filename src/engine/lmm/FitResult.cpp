@@ -94,7 +94,7 @@ Eigen::MatrixXd FitResult::ResidualCovariance(int maxRows) const {
         const Segment& segment = layout[layout.NumSegments() - 1];
         return Eigen::MatrixXd::Constant(1, 1, fModel->fTheta[segment.fOffset]);
     }
-    const LmmProblem::Member member = fModel->fProblem->ReadSubject(0);
+    const LmmProblem::Member member = fModel->fProblem->ReadSubject(0, fModel->fTheta);
     const ResidualPiece& piece = member.fUnit.fPieces.front();
     Eigen::MatrixXd matrix;
     const Segment& segment = layout[piece.fSegment];

@@ -14,6 +14,7 @@ namespace engine {
 struct WorkingData {
     const double* fTarget = nullptr;  ///< null: the dependent variable less the offset
     const double* fWeight = nullptr;  ///< null: the regression weight variable
+    const double* fSpread = nullptr;  ///< d of ResidualBlock::fDispersed; null: there is none
 };
 
 /// The fixed effects' columns as they are worked with: which are kept, and an ordinary least squares fit that
@@ -53,6 +54,8 @@ public:
         if (fWorking.fWeight != nullptr) return fWorking.fWeight[index];
         return fRegression < 0 ? 1.0 : record[fRegression];
     }
+    /// What the dispersion multiplies in the record's residual variance, (1 + k spread) / weight.
+    double Spread(std::size_t index) const { return fWorking.fSpread[index]; }
     /// Shifted target less the least squares fit: what the mixed model is fitted to. hits are the record's own.
     double Residual(const double* record, std::size_t index, const ColumnHit* hits) const {
         double value = Target(record, index);

@@ -248,6 +248,7 @@ FitStatus LmmProblem::PlanResidual() {
         shape.fDimension = fRepeated.fDimension;
         shape.fSecondDimension = fRepeated.fSecondDimension;
     }
+    if (residual.fDispersed) SegmentsFor(kDispersionBlock, -1, CovarianceType::kID, shape);
     shape.fSpaceDimension = static_cast<int>(residual.fSpatial.size());
     shape.fFixedVariance = residual.fUnitScale;
     fRepeated.fSegments = SegmentsFor(-1, residual.fGroup, residual.fType, shape);
@@ -267,7 +268,8 @@ FitStatus LmmProblem::Prepare(const WorkingData& working) {
 
 FitStatus LmmProblem::Gather(const WorkingData& working) {
     fBasis = std::make_unique<FixedBasis>(fSpec, fView, fWorkers, working);
-    bool rotated = fSpec.fResidual.IsScaledIdentity();
+    const bool dispersed = fSpec.fResidual.fDispersed;
+    bool rotated = fSpec.fResidual.IsScaledIdentity() && !dispersed;
     if (rotated && fSpec.fResidual.fGroup >= 0 && !fFreeRecords) {
         const int group = fSpec.fResidual.fGroup;
         for (int s = 0; s < NumCommonSubjects() && rotated; ++s) {
@@ -275,7 +277,7 @@ FitStatus LmmProblem::Gather(const WorkingData& working) {
                 rotated = fView.Row(i)[group] == fView.Row(i - 1)[group];
         }
     }
-    if (!rotated && !fFreeRecords) {
+    if (!rotated && !dispersed && !fFreeRecords) {
         if (FitStatus status = CheckMemory(*this); status.IsError()) return status;
     }
     const int width = fBasis->Rank() + 1;
@@ -295,7 +297,7 @@ FitStatus LmmProblem::Gather(const WorkingData& working) {
                                                  fStarts.begin());
         };
         for (int s = from(c); s < from(c + 1); ++s) {
-            if (fFreeRecords) {
+            if (fFreeRecords && !dispersed) {
                 reader.ReadFree(SubjectBegin(s), SubjectEnd(s));
                 continue;
             }
@@ -372,7 +374,8 @@ void LmmProblem::MergeUnits(std::vector<Chunk>& chunks) {
     for (Chunk& chunk : chunks) {
         for (Unit& unit : chunk.fUnits) {
             ++seen;
-            const bool search = unit.fOrder <= kMaxMergedOrder && (seen <= kTrial || 2 * fUnits.size() < seen);
+            const bool search =
+                !unit.IsDispersed() && unit.fOrder <= kMaxMergedOrder && (seen <= kTrial || 2 * fUnits.size() < seen);
             if (search) {
                 auto& list = byHash[HashOf(unit)];
                 const auto same =
@@ -404,7 +407,12 @@ StartHint LmmProblem::HintOf(int segment) const {
     const double share = 1.0 / static_cast<double>(fBlocks.size() + 1);
     const Segment& which = fLayout[segment];
     StartHint hint;
-    if (which.fBlock < 0) {
+    if (which.fBlock == kDispersionBlock) {
+        double sum = 0.0;
+        for (std::size_t i = 0; i < fView.fCount; ++i)
+            sum += fBasis->Spread(i);
+        hint.fVariance = variance * share * static_cast<double>(fView.fCount) / sum;
+    } else if (which.fBlock < 0) {
         hint.fVariance = variance * share;
         hint.fMinDistance = fMinDistance;
         hint.fMaxDistance = fMaxDistance;
@@ -426,11 +434,13 @@ Eigen::VectorXd LmmProblem::Start() const {
     return theta;
 }
 
-LmmProblem::Member LmmProblem::ReadSubject(int subject) const {
+LmmProblem::Member LmmProblem::ReadSubject(int subject, const Eigen::VectorXd& theta) const {
     Member member;
     ReadSums sums;
-    const bool rotated = !fRemainders.empty();
+    const int dispersion = fLayout.Find(kDispersionBlock, -1);
+    const bool rotated = dispersion >= 0 || !fRemainders.empty();
     SubjectReader reader(*this, fBlocks, fRepeated, rotated, sums);
+    if (dispersion >= 0) reader.WeighBy(theta[fLayout[dispersion].fOffset]);
     member.fStatus = reader.Read(SubjectBegin(subject), SubjectEnd(subject), member.fUnit, &member.fFirstRecords);
     return member;
 }

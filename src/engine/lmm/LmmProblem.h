@@ -28,13 +28,22 @@ struct ResidualPiece {
     Places fPlaces;
 };
 
+/// The records of one common subject whose residual variances are 1 + k spread. Weights are in Z and in the data.
+struct DispersedRows {
+    int fHits = 0;              ///< entries of Z a record
+    std::vector<ColumnHit> fZ;  ///< record after record
+    Eigen::MatrixXd fData;      ///< [X r]', a column a record
+    Eigen::VectorXd fSpread;    ///< empty: no such records
+    std::vector<double> fFrequency;
+};
+
 /// Common subjects whose marginal covariance matrix is the same: V = sum of Z_s G Z_s' + R, of order n.
 ///
 /// With a scaled identity residual the rows aren't records: a subject's records are rotated by an orthogonal matrix so
 /// that all of Z stands in the first n = rank(Z) of them, and the rest, whose covariance is the residual variance times
 /// the identity, goes into a Remainder. The members' data are [X r], p + 1 columns, r the target less its least squares
 /// fit; weights are already in them. They are kept side by side, or, when there are many, as the sum of the products
-/// of all pairs of entries.
+/// of all pairs of entries. With dispersed residuals a unit is one subject, whose records stay as they are.
 struct Unit {
     int fOrder = 0;
     double fCount = 0.0;  ///< members, with their frequencies
@@ -42,9 +51,13 @@ struct Unit {
     std::vector<Slot> fSlots;
     int fIdentity = -1;                  ///< segment of a scaled identity residual, or -1
     std::vector<ResidualPiece> fPieces;  ///< of any other residual
+    DispersedRows fDispersed;            ///< instead of fZ, fRows and fGram
     int fMembers = 0;
     Eigen::MatrixXd fRows;  ///< n x fMembers (p + 1), or empty
     Eigen::MatrixXd fGram;  ///< n (p + 1) square, entry (a (p + 1) + c, b (p + 1) + d), or empty
+
+    bool IsDispersed() const { return fDispersed.fSpread.size() > 0; }
+    int Columns() const { return fSlots.empty() ? 0 : fSlots.back().fColumn + fSlots.back().fWidth; }  ///< q
 };
 
 /// What is left of the records of one residual variance when the rows of the units are taken out.
@@ -110,13 +123,14 @@ public:
     StartHint HintOf(int segment) const;
 
     /// One common subject as a unit of its own, with the inner subjects' records behind its slots (first record of
-    /// each). Reads the records.
+    /// each). theta, reported scale: its dispersion goes into the weights, so that the residual is a scaled identity.
+    /// Reads the records.
     struct Member {
         Unit fUnit;
         std::vector<std::size_t> fFirstRecords;  ///< per slot, a record of its inner subject
         FitStatus fStatus;
     };
-    Member ReadSubject(int subject) const;
+    Member ReadSubject(int subject, const Eigen::VectorXd& theta) const;
 
 private:
     struct Chunk;

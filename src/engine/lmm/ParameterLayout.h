@@ -12,9 +12,12 @@ namespace engine {
 /// The two scales on which covariance parameters are spoken of.
 enum class ThetaScale { kReported, kWorking };
 
+/// In a block's number's place: the dispersion k of residual variances 1 + k d.
+inline constexpr int kDispersionBlock = -2;
+
 /// The parameters of one block at one group level: a run of the whole vector.
 struct Segment {
-    int fBlock = -1;  ///< random block, -1 for the residual
+    int fBlock = -1;  ///< random block, -1 for the residual, kDispersionBlock
     int fGroup = -1;  ///< code of the group level, -1 without groups
     CovarianceType fType = CovarianceType::kID;
     std::shared_ptr<const Structure> fReported;

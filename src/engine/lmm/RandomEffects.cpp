@@ -56,7 +56,7 @@ RandomEffects::RandomEffects(const LmmProblem& problem, const Eigen::VectorXd& t
 }
 
 void RandomEffects::Solve(const LmmProblem& problem, const Eigen::VectorXd& theta, const Evaluation& at, int s) {
-    const LmmProblem::Member member = problem.ReadSubject(s);
+    const LmmProblem::Member member = problem.ReadSubject(s, theta);
     const Unit& unit = member.fUnit;
     Subject& subject = fSubjects[s];
     subject.fRecords = member.fFirstRecords;

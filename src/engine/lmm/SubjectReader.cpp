@@ -143,7 +143,7 @@ FitStatus SubjectReader::FindSlots(std::size_t begin, std::size_t end, Unit& uni
             fRecordSlots[(i - begin) * blocks + b] = before + slot;
         }
         const int width = plan.fDesign.NumColumns();
-        int column = unit.fSlots.empty() ? 0 : unit.fSlots.back().fColumn + unit.fSlots.back().fWidth;
+        int column = unit.Columns();
         for (int group : index.fGroups) {
             unit.fSlots.push_back({plan.fSegments[group], column, width});
             column += width;
@@ -238,6 +238,8 @@ FitStatus SubjectReader::Read(std::size_t begin, std::size_t end, Unit& unit, st
     if (auto status = CheckRepeats(begin, end); status.IsError()) return status;
     if (fRotated) {
         ReadRotated(begin, end, frequency, unit);
+    } else if (fSpec.fResidual.fDispersed) {
+        ReadDispersed(begin, end, unit);
     } else if (auto status = ReadRows(begin, end, frequency, unit); status.IsError()) {
         return status;
     }
@@ -246,9 +248,36 @@ FitStatus SubjectReader::Read(std::size_t begin, std::size_t end, Unit& unit, st
     return Fine();
 }
 
+double SubjectReader::Weight(const double* row, std::size_t record) const {
+    const double weight = fBasis.Weight(row, record);
+    return fDispersion > 0.0 ? weight / (1.0 + fDispersion * fBasis.Spread(record)) : weight;
+}
+
+void SubjectReader::ReadDispersed(std::size_t begin, std::size_t end, Unit& unit) {
+    DispersedRows& rows = unit.fDispersed;
+    const auto count = static_cast<Eigen::Index>(end - begin);
+    unit.fOrder = static_cast<int>(count);
+    rows.fData.setZero(fBasis.Rank() + 1, count);
+    rows.fSpread.resize(count);
+    for (std::size_t i = begin; i < end; ++i) {
+        const double* row = fView.Row(i);
+        const auto at = static_cast<Eigen::Index>(i - begin);
+        const double root = std::sqrt(fBasis.Weight(row, i));
+        rows.fHits = ZHits(i, unit, i - begin);
+        for (const ColumnHit& hit : fZ)
+            rows.fZ.push_back({hit.fColumn, root * hit.fValue});
+        const int xs = KeptHits(row, i);
+        for (int a = 0; a < xs; ++a)
+            rows.fData(fKept[a].fColumn, at) += root * fKept[a].fValue;
+        rows.fSpread[at] = fBasis.Spread(i);
+        rows.fFrequency.push_back(fBasis.Frequency(row));
+        fSums.fResidualSs += rows.fFrequency.back() * std::pow(rows.fData(fBasis.Rank(), at), 2);
+    }
+}
+
 void SubjectReader::ReadRotated(std::size_t begin, std::size_t end, double frequency, Unit& unit) {
     const int width = fBasis.Rank() + 1;
-    const int q = unit.fSlots.empty() ? 0 : unit.fSlots.back().fColumn + unit.fSlots.back().fWidth;
+    const int q = unit.Columns();
     Eigen::MatrixXd cross = Eigen::MatrixXd::Zero(q, q);
     Eigen::MatrixXd right = Eigen::MatrixXd::Zero(width, q);  // transposed: a record touches few of either
     const int group = fSpec.fResidual.fGroup < 0 ? 0 : static_cast<int>(fView.Row(begin)[fSpec.fResidual.fGroup]);
@@ -260,7 +289,7 @@ void SubjectReader::ReadRotated(std::size_t begin, std::size_t end, double frequ
         const int zs = ZHits(i, unit, i - begin);
         const int xs = KeptHits(row, i);
         const double times = byRecord ? fBasis.Frequency(row) : 1.0;
-        const double weight = times * fBasis.Weight(row, i);
+        const double weight = times * Weight(row, i);
         rows += times;
         for (int a = 0; a < zs; ++a) {
             const double left = weight * fZ[a].fValue;
@@ -381,7 +410,7 @@ void SubjectReader::FillDistances(const std::vector<RowPlace>& rows, ResidualPie
 
 FitStatus SubjectReader::ReadRows(std::size_t begin, std::size_t end, double frequency, Unit& unit) {
     const int width = fBasis.Rank() + 1;
-    const int q = unit.fSlots.empty() ? 0 : unit.fSlots.back().fColumn + unit.fSlots.back().fWidth;
+    const int q = unit.Columns();
     const int order = static_cast<int>(end - begin);
     std::vector<RowPlace> rows;
     if (auto status = PlaceRows(begin, end, unit, rows); status.IsError()) return status;

@@ -29,6 +29,9 @@ public:
     /// Records begin to end - 1 as a unit of one member. firsts, if given, gets a record of each slot.
     FitStatus Read(std::size_t begin, std::size_t end, Unit& unit, std::vector<std::size_t>* firsts = nullptr);
 
+    /// Divides the weights of dispersed records by their residual variances at this dispersion. Rotated units only.
+    void WeighBy(double dispersion) { fDispersion = dispersion; }
+
     /// Records without random effects and with independent residuals: they only go into the remainders.
     void ReadFree(std::size_t begin, std::size_t end);
 
@@ -52,6 +55,8 @@ private:
 
     FitStatus FindSlots(std::size_t begin, std::size_t end, Unit& unit, std::vector<std::size_t>* firsts);
     FitStatus CheckRepeats(std::size_t begin, std::size_t end);
+    double Weight(const double* row, std::size_t record) const;
+    void ReadDispersed(std::size_t begin, std::size_t end, Unit& unit);
     void ReadRotated(std::size_t begin, std::size_t end, double frequency, Unit& unit);
     FitStatus ReadRows(std::size_t begin, std::size_t end, double frequency, Unit& unit);
     FitStatus PlaceRows(std::size_t begin, std::size_t end, Unit& unit, std::vector<RowPlace>& rows);
@@ -69,6 +74,7 @@ private:
     const std::vector<BlockPlan>& fBlocks;
     const RepeatedPlan& fRepeated;
     const bool fRotated;
+    double fDispersion = 0.0;
     ReadSums& fSums;
 
     std::vector<SlotIndex> fIndexes;  // per block

@@ -35,6 +35,7 @@ ThetaState::ThetaState(const ParameterLayout& layout, const Eigen::VectorXd& the
         part.fOffset = segment.fOffset;
         part.fRandom = segment.fBlock >= 0;
         part.fVariance = part.fTheta[0];
+        if (segment.fBlock == kDispersionBlock) fDispersion = static_cast<int>(fParts.size());
         for (int k = 0; k < segment.fCount; ++k) {
             if (!part.fStructure->Params()[k].fFixed) part.fActive.push_back(k);
         }
@@ -123,6 +124,7 @@ bool UnitKernel::Factor(const Unit& unit) {
 
 bool UnitKernel::AddValue(const Unit& unit, double* logDeterminant, Eigen::MatrixXd* cross) {
     if (unit.fOrder == 0) return true;
+    if (unit.IsDispersed()) return fDispersed.AddValue(unit, logDeterminant, cross);
     if (!Factor(unit)) return false;
     double sum = 0.0;
     for (int i = 0; i < unit.fOrder; ++i)
@@ -366,6 +368,7 @@ void UnitKernel::AddSecond(const Unit& unit, bool restricted, DerivativeSums* su
 
 bool UnitKernel::AddDerivatives(const Unit& unit, const Eigen::MatrixXd& basis, bool restricted, DerivativeSums* sums) {
     if (unit.fOrder == 0) return true;
+    if (unit.IsDispersed()) return fDispersed.AddDerivatives(unit, basis, restricted, sums);
     if (!Factor(unit)) return false;
     InverseFromFactor(fFactor, fInverse, fCrew);
     BuildDirections(unit);
@@ -389,6 +392,7 @@ bool UnitKernel::AddDerivatives(const Unit& unit, const Eigen::MatrixXd& basis, 
 bool UnitKernel::AddCurvature(const Unit& unit, const Eigen::MatrixXd& basis, const Eigen::MatrixXd& weight,
                               Eigen::MatrixXd* sum) {
     if (unit.fOrder == 0) return true;
+    if (unit.IsDispersed()) return fDispersed.AddCurvature(unit, basis, weight, sum);
     if (!Factor(unit)) return false;
     InverseFromFactor(fFactor, fInverse, fCrew);
     BuildDirections(unit);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/lmm/DispersedKernel.h"
 #include "engine/lmm/LmmProblem.h"
 #include "engine/lmm/ParameterLayout.h"
 #include "engine/model/Matrices.h"
@@ -32,8 +33,10 @@ public:
     const Part& operator[](int segment) const { return fParts[segment]; }
     int NumParams() const { return fNumParams; }
     int NumSegments() const { return static_cast<int>(fParts.size()); }
+    int Dispersion() const { return fDispersion; }  ///< its segment, or -1
 
 private:
+    int fDispersion = -1;
     std::vector<Part> fParts;
     int fNumParams;
 };
@@ -57,7 +60,7 @@ class UnitKernel {
 public:
     /// crew: shares the work on large units; null where the units themselves are shared out.
     UnitKernel(const ThetaState& state, int width, Workers* crew = nullptr)
-        : fState(state), fWidth(width), fCrew(crew) {}
+        : fState(state), fWidth(width), fCrew(crew), fDispersed(state, width) {}
 
     /// Adds count log|V| and [X r]'V^-1[X r]. False when V isn't positive definite.
     bool AddValue(const Unit& unit, double* logDeterminant, Eigen::MatrixXd* cross);
@@ -91,6 +94,7 @@ private:
     const ThetaState& fState;
     const int fWidth;
     Workers* const fCrew;
+    DispersedKernel fDispersed;  // for units that are of its kind
     const Unit* fFactored = nullptr;
     Eigen::MatrixXd fFactor, fInverse, fScratch, fSmall;
     Eigen::MatrixXd fWhole;  // V of a large and plain unit

@@ -43,6 +43,7 @@ struct ResidualBlock {
     std::vector<int> fSecondMeasures;  ///< Kronecker only: positions in fRepeated of the second factor's
     int fGroup = -1;                   ///< variable whose levels have parameters of their own, or -1
     bool fUnitScale = false;           ///< scaled identity without groups: its variance is held at 1
+    bool fDispersed = false;           ///< with fUnitScale: the variance is 1 + k d, k a parameter, d WorkingData's
 
     /// Independent records of one variance (for each group): no repeated machinery is needed.
     bool IsScaledIdentity() const { return fType == CovarianceType::kID || fType == CovarianceType::kVC; }
