@@ -2,6 +2,7 @@
 #include "engine/seam/Namer.h"
 #include "engine/seam/ResultWriter.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 
@@ -26,6 +27,7 @@ public:
           fVariables(source.fVariables),
           fRun(source.fRun),
           fGeneralized(source.fGeneralized),
+          fHistoryInterval(std::max(1, source.fHistoryInterval)),
           fNamer(source.fVariables),
           fEffects(source.fSpec.FixedEffects()) {}
 
@@ -174,8 +176,11 @@ private:
     }
 
     void History() {
-        int number = IsGeneralized(&fRun) ? 1 : 0;
-        for (const IterationRecord& source : fFit.fHistory) {
+        const int first = IsGeneralized(&fRun) ? 1 : 0;
+        const int last = first + static_cast<int>(fFit.fHistory.size()) - 1;
+        for (int number = first; number <= last; ++number) {
+            if (number % fHistoryInterval != 0 && number != last) continue;
+            const IterationRecord& source = fFit.fHistory[static_cast<std::size_t>(number - first)];
             run::IterationRow row;
             row.fIteration = number;
             row.fMethod = IsGeneralized(&fRun) ? "Outer" : number == 0 ? "Start" : source.fFisher ? "Fisher" : "Newton";
@@ -185,7 +190,6 @@ private:
             row.fDamping = source.fDamping;
             row.fTheta.assign(source.fTheta.begin(), source.fTheta.end());
             fFigures.fHistory.push_back(std::move(row));
-            ++number;
         }
     }
 
@@ -237,6 +241,7 @@ private:
     const MCVarList& fVariables;
     const run::RunValue& fRun;
     const WorkingModel* fGeneralized;
+    const int fHistoryInterval;
     Namer fNamer;
     std::vector<ModelEffect> fEffects;
     run::Figures fFigures;
