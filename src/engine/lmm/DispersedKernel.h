@@ -1,8 +1,7 @@
 #pragma once
 
 #include "engine/lmm/LmmProblem.h"
-
-#include <Eigen/Dense>
+#include "engine/model/Matrices.h"
 
 namespace engine {
 

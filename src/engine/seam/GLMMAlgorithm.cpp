@@ -147,7 +147,8 @@ void GLMMAlgorithm::Impl::Keep(engine::ModelSpec spec, engine::GlmmResult fitted
         run::SplitResult& result = fpRun->Result(fpRun->fSplitOrdinal);
         result.fSplit = fpRun->fSplit;
         result.fName = fpRun->fSplitName;
-        result.fFigures = engine::MakeFigures({fit, spec, fVariables, *fpRun, fitted.fModel.get(), fSettings.GetIterationFrequency()});
+        result.fFigures = engine::MakeFigures(
+            {fit, spec, fVariables, *fpRun, fitted.fModel.get(), fSettings.GetIterationFrequency()});
     }
     if (fStatus.IsError() || !fit.HasEstimates()) return;
 
