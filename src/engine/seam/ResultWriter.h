@@ -22,7 +22,7 @@ struct FigureSource {
     const MCVarList& fVariables;
     const run::RunValue& fRun;
     const WorkingModel* fGeneralized = nullptr;  ///< null for a linear mixed model, and when there are no estimates
-    int fHistoryInterval = 1;  ///< of the iterations that the history shows, the last besides
+    int fHistoryInterval = 1;                    ///< of the iterations that the history shows, the last besides
 };
 
 /// The split's figures, in the user's words.
