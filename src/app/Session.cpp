@@ -124,6 +124,10 @@ int Check(const Options& options) {
     return kFitted;
 }
 
+std::string Counted(std::uint64_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 int Describe(const Options& options) {
     command::DataWishes wishes = WishesOf(options);
     wishes.fFile = options.fDataFile;
@@ -132,7 +136,7 @@ int Describe(const Options& options) {
     for (int i = 0; i < table->VariableCount(); ++i)
         width = std::max(width, table->GetVariable(i).fName.size());
     std::string text =
-        std::to_string(table->RowCount()) + " records, " + std::to_string(table->VariableCount()) + " variables\n\n";
+        Counted(table->RowCount(), "record") + ", " + Counted(table->VariableCount(), "variable") + "\n\n";
     for (int i = 0; i < table->VariableCount(); ++i) {
         const host::Variable& variable = table->GetVariable(i);
         const char* const levels[] = {"", "nominal", "ordinal", "scale"};

@@ -423,9 +423,14 @@ bool DelimitedScanner::StoreText(CellSink& sink, std::string_view text) {
 /// How a text would be read as a number after all; empty when it wouldn't.
 std::string DelimitedScanner::NumberRemedy(std::string_view text) const {
     double number = 0.0;
-    if (ReadNumber(text, !fSetup.fDecimalComma, number) != NumberReading::kNumber) return {};
-    return fSetup.fDecimalComma ? "; with a decimal point, leave --decimal-comma out"
-                                : "; if that is a decimal comma, say --decimal-comma yes";
+    if (ReadNumber(text, !fSetup.fDecimalComma, number) == NumberReading::kNumber)
+        return fSetup.fDecimalComma ? "; with a decimal point, leave --decimal-comma out"
+                                    : "; if that is a decimal comma, say --decimal-comma yes";
+    std::string whole(text);
+    std::erase(whole, fSetup.fDecimalComma ? '.' : ',');
+    if (whole.size() < text.size() && ReadNumber(whole, fSetup.fDecimalComma, number) == NumberReading::kNumber)
+        return "; take the marks between thousands out of the numbers";
+    return {};
 }
 
 // Rows before this one are filled in later, from the file; if there was nothing in them but empty fields, now.
