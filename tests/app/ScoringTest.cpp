@@ -54,6 +54,7 @@ const Model kModels[] = {
     {"events", "cbpp.csv", "'incidence ~ factor(period) + (1 | herd)' --family binomial --trials size"},
     {"counts", "epil.csv", "'y ~ trt*lbase + (1 | subject) + offset(lage)' --family poisson"},
     {"dispersed", "epil.csv", "'y ~ trt*lbase + (1 | subject)' --family negbin"},
+    {"dispersed_crossed", "epil.csv", "'y ~ trt*lbase + (1 | subject) + (1 | period)' --family negbin"},
     {"gamma", "sleepstudy.csv", "'Reaction ~ Days + (1 | Subject)' --family gamma"},
     {"power", "sleepstudy.csv", "'Reaction ~ Days + (1 | Subject)' --family gamma --link 'power(-1)'"},
     {"inverse", "sleepstudy.csv", "'Reaction ~ Days + (1 | Subject)' --family inverse-gaussian"},

@@ -42,11 +42,13 @@ public:
             const double value = r < fTest.fvK.size() ? fTest.fvK[r] : 0.0;
             MixedRow row;
             const bool fits = Fill(fTest.fvRows[r], row);
-            const std::vector<WorkingModel::CategoryRow> rows =
+            std::vector<WorkingModel::CategoryRow> rows =
                 fits && fpModel ? fpModel->CategoryRows(row)
                                 : std::vector<WorkingModel::CategoryRow>{{-1, std::move(row)}};
-            for (const auto& [target, combination] : rows)
+            for (auto& [target, combination] : rows) {
+                NumberSubjects(combination);
                 Add({static_cast<int>(r), target, value, {}}, fits, combination);
+            }
         }
         fResult.fJoint.fEstimable = !fEstimable.empty();
         if (!fEstimable.empty())
@@ -98,9 +100,16 @@ private:
         if (stretch.fBlock < 0) {
             row.fFixed.push_back({column, value});
         } else if (value != 0.0) {
-            const auto subject = static_cast<std::size_t>(index / stretch.fColumns);
-            const int number = fFit.FindSubject(stretch.fBlock, Subjects(stretch.fBlock)[subject].fSubject);
-            row.fRandom.push_back({stretch.fBlock, number, column, value});
+            row.fRandom.push_back({stretch.fBlock, index / stretch.fColumns, column, value});
+        }
+    }
+
+    /// From places among a block's sorted subjects to the numbers that the fit knows them by. Blocks of further
+    /// categories have the subjects of the model's own.
+    void NumberSubjects(MixedRow& row) {
+        for (MixedRow::RandomTerm& term : row.fRandom) {
+            const int own = term.fBlock % static_cast<int>(fSubjects.size());
+            term.fSubject = fFit.FindSubject(term.fBlock, Subjects(own)[term.fSubject].fSubject);
         }
     }
 

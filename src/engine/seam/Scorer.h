@@ -26,7 +26,7 @@ public:
     /// list, of the target's categories by code, when it has categories.
     void Score(const double* record, std::vector<double>& scores, std::vector<std::vector<double>>* probabilities);
     /// Whether the subjects of all of the model's random blocks are known.
-    bool KnowsSubjects(const double* record) { return fEstimator.KnowsSubjects(record); }
+    bool KnowsSubjects(const double* record);
 
 private:
     class Predictions;
