@@ -25,9 +25,9 @@ int RowEstimator::FindSubject(int block, const double* record) {
     return fModel.Mixed().Source().Find(block, fCodes);
 }
 
-bool RowEstimator::KnowsSubjects(const double* record) {
-    for (std::size_t b = 0; b < fBlocks.size(); ++b) {
-        if (FindSubject(static_cast<int>(b), record) < 0) return false;
+bool RowEstimator::KnowsSubjects(const double* record, int blocks) {
+    for (int b = 0; b < blocks; ++b) {
+        if (FindSubject(b, record) < 0) return false;
     }
     return true;
 }

@@ -18,8 +18,8 @@ public:
     /// The row of a record: fixed effects, and random effects of the first blocks as far as its subjects are known.
     /// Stands until the next call.
     const MixedRow& RowOf(const double* record, int blocks);
-    /// Whether all of a record's subjects are known.
-    bool KnowsSubjects(const double* record);
+    /// Whether a record's subjects are known in the first blocks.
+    bool KnowsSubjects(const double* record, int blocks);
 
     /// errors: whether standard error and degrees of freedom are wanted. All is missing of a row that is not estimable.
     Estimated Estimate(const MixedRow& row, bool errors);

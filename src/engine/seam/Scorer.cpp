@@ -67,15 +67,6 @@ TargetPrediction Scorer::Predict(const double* record, bool whole) {
     return {sum.fEstimate + offset, sum.fStdError, sum.fDf, {}};
 }
 
-// The fit may have further blocks behind the model's own; a known subject has a term for each effect.
-bool Scorer::KnowsSubjects(const double* record) {
-    const std::vector<RandomBlock>& blocks = fSource.fSpec.fRandom;
-    std::size_t effects = 0;
-    for (const RandomBlock& block : blocks)
-        effects += block.fEffects.size();
-    return fEstimator.RowOf(record, static_cast<int>(blocks.size())).fRandom.size() == effects;
-}
-
 void Scorer::Score(const double* record, std::vector<double>& scores, std::vector<std::vector<double>>* probabilities) {
     Predictions predictions(*this, record);
     scores.clear();

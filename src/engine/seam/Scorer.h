@@ -26,7 +26,9 @@ public:
     /// list, of the target's categories by code, when it has categories.
     void Score(const double* record, std::vector<double>& scores, std::vector<std::vector<double>>* probabilities);
     /// Whether the subjects of all of the model's random blocks are known.
-    bool KnowsSubjects(const double* record);
+    bool KnowsSubjects(const double* record) {
+        return fEstimator.KnowsSubjects(record, static_cast<int>(fSource.fSpec.fRandom.size()));
+    }
 
 private:
     class Predictions;
