@@ -182,7 +182,7 @@ std::string BashCompletion(const CLI::App& program) {
         "    if ((COMP_CWORD == 1)); then\n        COMPREPLY=($(compgen -W '" +
         Joined(tasks) + " --help --version' -- \"$cur\"))\n        return\n    fi\n    case $prev in\n";
     for (const auto& [option, reply] : values)
-        text += "        " + option + ") " + reply + "; return ;;\n";
+        text.append("        ").append(option).append(") ").append(reply).append("; return ;;\n");
     text += "    esac\n    case ${COMP_WORDS[1]} in\n" + names +
             "    esac\n    if [[ $cur == -* ]]; then\n        COMPREPLY=($(compgen -W \"$flags\" -- \"$cur\"))\n"
             "    elif [[ -n $places ]]; then\n        COMPREPLY=($(compgen -W \"$places\" -- \"$cur\"))\n"

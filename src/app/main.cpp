@@ -4,6 +4,7 @@
 #include "app/Terminal.h"
 #include "host/output/FileStore.h"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -14,6 +15,8 @@
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
+
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -51,9 +54,33 @@ constexpr const char* kNoMemory = "there is not enough memory for this model and
     _exit(app::kNotFitted);
 }
 
+volatile std::sig_atomic_t gRefused = 0;
+
+void OnRefusal() {
+    gRefused = 1;
+    throw std::bad_alloc();
+}
+
+/// A library that was refused memory may leave a pointer to nothing in what it was about to make.
+void OnCrash(int signal) {
+    if (gRefused) {
+        host::FileStore::RemoveUnfinished();
+        for (const std::string_view text : {"hierfit: "sv, std::string_view(kNoMemory), "\n"sv})
+            [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+        _exit(app::kNotFitted);
+    }
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
 /// Ahead of the libraries' own objects.
 [[gnu::constructor(101)]] void HaveLastWords() {
     std::set_terminate(OnTerminate);
+    std::set_new_handler(OnRefusal);
+#ifndef __SANITIZE_ADDRESS__
+    std::signal(SIGSEGV, OnCrash);
+    std::signal(SIGABRT, OnCrash);
+#endif
 }
 
 /// However the program ends, no file is left half written.

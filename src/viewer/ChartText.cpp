@@ -108,6 +108,7 @@ void EscapeChartText(std::string& text) {
 
 double ValueAsNumber(const std::string& text, bool& ok) {
     std::istringstream stream(text);
+    stream.exceptions(std::ios::badbit);  // a number that memory is lacking for is none that can't be read
     stream.imbue(std::locale::classic());
     double value = 0.0;
     stream >> value;

@@ -120,7 +120,7 @@ private:
         Eigen::VectorXd last;
         for (int iteration = 1; iteration <= fSpec.fMaxIterations; ++iteration) {
             const Eigen::VectorXd theta = iteration > 1 ? fFit.Theta() : Eigen::VectorXd();
-            if (const FitStatus status = fFit.Solve(fModel->Data()); status.IsError()) return status;
+            if (FitStatus status = fFit.Solve(fModel->Data()); status.IsError()) return status;
             const Eigen::VectorXd aim = PredictFrom(fFit, *fModel, fCrew);
             Eigen::Index fastest = 0;
             Eigen::VectorXd move = aim - fEta;

@@ -180,7 +180,7 @@ private:
                     codes.push_back(static_cast<int>(record[variable]));
                 int column = 0;
                 if (term.IsDivided()) {
-                    ColumnHit hit;
+                    ColumnHit hit{};
                     term.fDesign.PlainHits(record, &hit);
                     column = design.Offset(term.fEffect) + hit.fColumn;
                 }

@@ -382,7 +382,7 @@ FitStatus Build(FittedModel& model, FitResult& result, const WorkingData& workin
     if (CommonSubject(spec).empty() && CrossedProblem::Suits(spec)) {
         model.fOwnBasis = std::make_unique<FixedBasis>(spec, model.fView, model.fWorkers, working);
         model.fCrossed = std::make_unique<CrossedProblem>(spec, model.fView, *model.fOwnBasis);
-        if (const FitStatus status = model.fCrossed->Prepare(); status.IsError()) return status;
+        if (FitStatus status = model.fCrossed->Prepare(); status.IsError()) return status;
         const CrossedStatistics& statistics = *model.fCrossed->Statistics();
         residualSs = statistics.fCross(statistics.fFixed, statistics.fFixed);
         DescribeColumns(model, result);
@@ -390,7 +390,7 @@ FitStatus Build(FittedModel& model, FitResult& result, const WorkingData& workin
             result.fNumSubjects.push_back(CrossedSubjects(model, static_cast<int>(b)));
     } else {
         model.fProblem = std::make_unique<LmmProblem>(spec, model.fView, model.fWorkers);
-        if (const FitStatus status = model.fProblem->Prepare(working); status.IsError()) return status;
+        if (FitStatus status = model.fProblem->Prepare(working); status.IsError()) return status;
         residualSs = model.fProblem->ResidualSumOfSquares();
         DescribeColumns(model, result);
         DescribeSubjects(*model.fProblem, result);
@@ -481,7 +481,7 @@ FitStatus RepeatedFit::Gather(const WorkingData& working) {
 
 FitStatus RepeatedFit::Solve(const WorkingData& working) {
     const Eigen::VectorXd last = fOutcome.fTheta.size() > 0 ? Theta() : Eigen::VectorXd();
-    if (const FitStatus status = Gather(working); status.IsError()) return status;
+    if (FitStatus status = Gather(working); status.IsError()) return status;
     fOutcome = SolveFromStarts(*fModel, last);
     if (fOutcome.fEnd == SolverEnd::kBadStart && last.size() > 0) fOutcome = SolveFromStarts(*fModel);
     if (fOutcome.fEnd == SolverEnd::kBadStart) {

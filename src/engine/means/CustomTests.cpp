@@ -67,7 +67,7 @@ private:
             fEstimable.push_back(combination);
             fValues.push_back(row.fHypothesised);
         }
-        fResult.fRows.push_back(std::move(row));
+        fResult.fRows.push_back(row);
     }
 
     bool Fill(const std::vector<double>& values, MixedRow& row) {

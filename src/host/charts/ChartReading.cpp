@@ -111,7 +111,7 @@ private:
 
     /// A variable's name from its name or its slot.
     std::string NameOf(const pugi::xml_node& element, const char* attribute) const {
-        const std::string name = element.attribute(attribute).value();
+        std::string name = element.attribute(attribute).value();
         for (const auto& declaration : fDocument.fvDeclarations) {
             if (!name.empty() && declaration->fSlot == name) return declaration->fField.fName;
         }

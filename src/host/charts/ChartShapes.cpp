@@ -162,8 +162,9 @@ output::ChartSource DistributionCurve(const pugi::xml_node& statistic, const out
         if (std::isfinite(height)) curve.fvRows.push_back({at, height});
     };
     if (shape.fDiscrete && to - from <= kMostCounts) {
-        for (double at = std::max(0.0, std::ceil(from)); at <= to; at += 1.0)
-            add(at);
+        const double first = std::max(0.0, std::ceil(from));
+        for (int i = 0; first + i <= to; ++i)
+            add(first + i);
     } else {
         for (int i = 0; i < kCurvePoints; ++i)
             add(from + (to - from) * i / (kCurvePoints - 1));

@@ -67,7 +67,7 @@ long ToString(OBS const* value, QVTA_Format format, char* buffer) {
     if (value == nullptr || buffer == nullptr) return 1;
     const std::string text = ToString(value, format);
     std::memset(buffer, ' ', format.fWidth);
-    std::memcpy(buffer, text.data(), std::min<std::size_t>(text.size(), format.fWidth));
+    std::copy_n(text.begin(), std::min<std::size_t>(text.size(), format.fWidth), buffer);
     return 0;
 }
 

@@ -54,7 +54,7 @@ SDOMXMLWrapper::SDOMXMLWrapper() : fpImpl(std::make_shared<Impl>()) {}
 SDOMXMLWrapper::~SDOMXMLWrapper() = default;
 SDOMXMLWrapper::SDOMXMLWrapper(const SDOMXMLWrapper& other) : fpImpl(std::make_shared<Impl>(*other.fpImpl)) {}
 SDOMXMLWrapper& SDOMXMLWrapper::operator=(const SDOMXMLWrapper& other) {
-    *fpImpl = *other.fpImpl;
+    if (this != &other) *fpImpl = *other.fpImpl;
     return *this;
 }
 

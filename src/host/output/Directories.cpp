@@ -18,7 +18,7 @@ fs::path OwnFile() {
     std::error_code error;
     Dl_info info{};
     if (dladdr(reinterpret_cast<const void*>(&OwnFile), &info) != 0 && info.dli_fname != nullptr) {
-        const fs::path file = fs::canonical(info.dli_fname, error);
+        fs::path file = fs::canonical(info.dli_fname, error);
         if (!error && file.filename().string().find(".so") != std::string::npos) return file;
     }
     return fs::read_symlink("/proc/self/exe", error);

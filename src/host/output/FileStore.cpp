@@ -52,7 +52,7 @@ std::string FileStore::NameInSplit(const std::string& name) {
 }
 
 std::string FileStore::Begin(const std::string& name) {
-    const std::string path = fmt::format("{}.part{}", name, getpid());
+    std::string path = fmt::format("{}.part{}", name, getpid());
     if (!Find(name)) gpNewest = new Unfinished{name, path, true, gpNewest};
     return path;
 }
