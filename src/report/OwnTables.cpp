@@ -80,8 +80,8 @@ void NoteCriteria(output::Heading& under) {
 
 class OwnTables {
 public:
-    OwnTables(BpHeading heading, const run::Figures& figures, host::OutputDocument& document)
-        : fHeading(std::move(heading)), fFigures(figures), fDocument(document) {}
+    OwnTables(const BpHeading& heading, const run::Figures& figures, host::OutputDocument& document)
+        : fHeading(heading), fFigures(figures), fDocument(document) {}
 
     void AddAll(const run::Wishes& wishes) {
         fDocument.SetHalf(output::Half::kClassic);
@@ -197,7 +197,7 @@ private:
     static std::string LevelTexts(const run::Levels& levels) {
         std::string text;
         for (const auto& [name, value] : levels)
-            text += (text.empty() ? "" : ", ") + name + " = " + value;
+            text.append(text.empty() ? "" : ", ").append(name).append(" = ").append(value);
         return text;
     }
 
