@@ -13,6 +13,8 @@ enum ExitCode {
     kStopped = 130   ///< stopped by the user
 };
 
+constexpr const char* kNoMemory = "there is not enough memory for this model and these data";
+
 /// Why the program ends early. Thrown inside the room; the program reports it in one message.
 struct Failure {
     ExitCode fCode;

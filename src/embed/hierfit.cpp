@@ -38,7 +38,7 @@ Outcome<T> Guarded(Work work) {
     } catch (const Error& error) {
         return error;
     } catch (const std::bad_alloc&) {
-        return Error{Error::Kind::kMemory, "there is not enough memory for this model and these data", 0};
+        return Error{Error::Kind::kMemory, app::kNoMemory, 0};
     } catch (const std::exception& error) {
         return Error{Error::Kind::kInternal, std::string("the run ended unexpectedly: ") + error.what(), 0};
     }
