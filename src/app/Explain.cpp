@@ -8,17 +8,18 @@
 #include "report/DisplayText.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace app {
 
 namespace {
 
 using host::Explanation;
+using host::ExplanationGroup;
+using Groups = std::vector<ExplanationGroup>;
 
-constexpr const char* kUnsaid = "Nothing is shown for it.";
-
-std::string Says(const Explanation& entry) {
-    return entry.fSays.empty() ? kUnsaid : entry.fSays;
+std::vector<std::string> Says(const Explanation& entry) {
+    return entry.fvSays.empty() ? std::vector<std::string>{"Nothing is shown for it."} : entry.fvSays;
 }
 
 std::string Paragraph(const std::string& text) {
@@ -29,39 +30,71 @@ std::string Paragraph(const std::string& text) {
 }
 
 std::string Whole(const Explanation& entry) {
-    return entry.fCode + " (" + entry.fKind + ")\n\n" + Paragraph(Says(entry)) + "\n" +
-           Paragraph("Cause: " + entry.fCause) + "\n" + Paragraph("What to do: " + entry.fRemedy);
+    std::string text = entry.fCode + " (" + entry.fKind + ")\n\n";
+    for (const std::string& says : Says(entry))
+        text += Paragraph(says);
+    return text + "\n" + Paragraph("Cause: " + entry.fCause) + "\n" + Paragraph("What to do: " + entry.fRemedy);
 }
 
-std::string List(const std::vector<Explanation>& entries) {
+std::vector<std::string> Codes(const Groups& groups) {
+    std::vector<std::string> codes;
+    for (const ExplanationGroup& group : groups)
+        for (const Explanation& entry : group.fvExplanations)
+            codes.push_back(entry.fCode);
+    return codes;
+}
+
+std::string List(const Groups& groups) {
     std::size_t width = 0;
-    for (const Explanation& entry : entries)
-        width = std::max(width, entry.fCode.size());
+    for (const std::string& code : Codes(groups))
+        width = std::max(width, code.size() + 2);
     std::string text;
-    for (const Explanation& entry : entries)
-        text += entry.fCode + std::string(width + 2 - entry.fCode.size(), ' ') + Says(entry) + "\n";
-    return text + "\nhierfit explain CODE tells the cause of one, and what to do.\n";
+    for (const ExplanationGroup& group : groups) {
+        text += group.fTitle + "\n" + Paragraph(group.fAbout) + "\n";
+        for (const Explanation& entry : group.fvExplanations) {
+            std::string code = entry.fCode;
+            for (const std::string& says : Says(entry)) {
+                text += code + std::string(width - code.size(), ' ') + says + "\n";
+                code.clear();
+            }
+        }
+        text += "\n";
+    }
+    return text + "hierfit explain CODE, or the message in quotes, tells the cause of one, and what to do.\n";
 }
 
-/// What Markdown would take for its own.
+/// What Markdown would take for its own, but for what stands in backticks.
 std::string Escaped(const std::string& text) {
     std::string escaped;
+    bool code = false;
     for (const char c : text) {
-        if (c == '^' || c == '[' || c == ']' || c == '<' || c == '_' || c == '*') escaped += '\\';
+        if (c == '`') code = !code;
+        if (!code && std::string_view("^[]<_*").find(c) != std::string_view::npos) escaped += '\\';
         escaped += c;
     }
     return escaped;
 }
 
-std::string Page(const std::vector<Explanation>& entries) {
+std::string Section(const Explanation& entry) {
+    const std::vector<std::string> says = Says(entry);
+    std::string text = "\n### " + entry.fCode + "\n\n" + entry.fKind + ":";
+    if (says.size() == 1) text += " " + Escaped(says.front()) + "\n";
+    if (says.size() > 1) text += "\n\n";
+    for (std::size_t i = 0; says.size() > 1 && i < says.size(); ++i)
+        text += "- " + Escaped(says[i]) + "\n";
+    return text + "\n**Cause.** " + Escaped(entry.fCause) + "\n\n**What to do.** " + Escaped(entry.fRemedy) + "\n";
+}
+
+std::string Page(const Groups& groups) {
     std::string text =
-        "# Messages: what they mean and what to do\n\nWritten by `hierfit explain --markdown`; `hierfit explain CODE` "
-        "prints one of them. Numbers are the statuses of a fit, which stand in the JSON results too; keys are notes "
-        "under "
-        "the viewer's tables; words are families of messages that tell file, line and remedy themselves.\n";
-    for (const Explanation& entry : entries)
-        text += "\n## " + entry.fCode + "\n\n" + entry.fKind + ": " + Escaped(Says(entry)) + "\n\n**Cause.** " +
-                entry.fCause + "\n\n**What to do.** " + entry.fRemedy + "\n";
+        "# Messages: what they mean and what to do\n\nWritten by `hierfit explain --markdown`. `hierfit explain CODE` "
+        "prints one of them, and `hierfit explain 'the message'` the one that a message is; ^1 and so on stand for what "
+        "differs from one message to the next.\n";
+    for (const ExplanationGroup& group : groups) {
+        text += "\n## " + group.fTitle + "\n\n" + Escaped(group.fAbout) + "\n";
+        for (const Explanation& entry : group.fvExplanations)
+            text += Section(entry);
+    }
     return text;
 }
 
@@ -69,18 +102,18 @@ std::string Page(const std::vector<Explanation>& entries) {
 
 int Explain(const Options& options) {
     const host::Explanations& explanations = host::Explanations::Current();
+    const std::string& message = options.fMessage;
+    const Explanation* entry = explanations.Find(message);
+    if (!entry) entry = explanations.FindMessage(message);
     if (options.fMarkdown) {
-        WriteResults("", Page(explanations.All()));
-    } else if (options.fMessageCode.empty()) {
-        WriteResults("", List(explanations.All()));
-    } else if (const Explanation* entry = explanations.Find(options.fMessageCode)) {
+        WriteResults("", Page(explanations.Groups()));
+    } else if (message.empty()) {
+        WriteResults("", List(explanations.Groups()));
+    } else if (entry) {
         WriteResults("", Whole(*entry));
     } else {
-        std::vector<std::string> codes;
-        for (const Explanation& known : explanations.All())
-            codes.push_back(known.fCode);
-        throw Failure{kWrongUse, "there is no message " + options.fMessageCode +
-                                     command::SuggestionText(options.fMessageCode, codes, false) +
+        throw Failure{kWrongUse, "there is no message " + message +
+                                     command::SuggestionText(message, Codes(explanations.Groups()), false) +
                                      "; hierfit explain lists them all"};
     }
     return kFitted;

@@ -4,8 +4,8 @@
 
 namespace app {
 
-/// Tells what a message means and what to do about it, or lists all messages that have a code. Throws Failure for a
-/// code that there is not.
+/// Tells what a message, named by its code or by its own text, means and what to do about it, or lists all messages.
+/// Throws Failure for one that there is not.
 int Explain(const Options& options);
 
 }  // namespace app

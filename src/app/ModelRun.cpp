@@ -20,8 +20,8 @@ struct ErrorCollector : output::Visitor {
     void Show(const output::Message& message) override {
         if (message.fLevel < kLevelError) return;
         const host::Catalogue& texts = host::Catalogue::Current();
-        fErrors.push_back(
-            {report::MessageText(message, texts), host::Explanations::Current().CodeOf(message.fpText->Show(texts))});
+        const auto* explanation = host::Explanations::Current().FindMessage(message.fpText->Show(texts));
+        fErrors.push_back({report::MessageText(message, texts), explanation ? explanation->fCode : ""});
     }
     std::vector<Saying> fErrors;
 };

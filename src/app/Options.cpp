@@ -75,8 +75,10 @@ public:
         predict->add_flag("--quiet", fOptions.fQuiet, "no remarks");
 
         CLI::App* explain = AddTask("explain", "Tell what a message means and what to do", Task::kExplain);
-        explain->add_option("code", fOptions.fMessageCode, "status or key of the message; without it all are listed");
+        explain->add_option("message", fOptions.fMessage,
+                            "its code, or the message itself in quotes; without it all are listed");
         explain->add_flag("--markdown", fOptions.fMarkdown, "all of them, as a page");
+        explain->prefix_command();  // a message may begin with an option's name, and be pasted without quotes
 
         AddText("completion", "Print a completion script for a shell")
             ->add_option("shell", fShell, "the shell")

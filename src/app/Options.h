@@ -18,7 +18,7 @@ struct Options {
     std::string fDataFile;     ///< describe
     std::string fCommandFile;  ///< run, check; "-" is the standard input
     std::string fModelFile;    ///< predict
-    std::string fMessageCode;  ///< explain; empty: all
+    std::string fMessage;      ///< explain: a code or the message itself; empty: all
     bool fMarkdown = false;    ///< explain: all as a page
     bool fStrict = false;      ///< predict: refuse data that the model doesn't fit
     /// Text of each command option that was given, by its flag; --data among them.

@@ -55,6 +55,14 @@ Outcome RunShell(const std::string& command, const fs::path& folder) {
     return outcome;
 }
 
+std::string ExplainedCode(const std::string& message) {
+    std::string quoted;
+    for (const char c : message)
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    const Outcome explained = RunShell("hierfit explain '" + quoted + "'", "/");
+    return explained.fExit == 0 ? explained.fOut.substr(0, explained.fOut.find(' ')) : std::string();
+}
+
 const std::string& GermanShell() {
     static const Scratch folder;
     static const std::string settings = [] {

@@ -16,6 +16,9 @@ struct Outcome {
 /// Runs a shell command in a folder; "hierfit" is the program under test.
 Outcome RunShell(const std::string& command, const std::filesystem::path& folder);
 
+/// The code under which "hierfit explain" knows a message by its text, empty when it doesn't.
+std::string ExplainedCode(const std::string& message);
+
 /// A folder that goes away with the object.
 class Scratch {
 public:

@@ -58,6 +58,7 @@ private:
         if (word == "run") {
             fBefore = fLast.fOut;
             fLast = apptest::RunShell(rest, fFolder.Path());
+            CheckMessages();
         } else if (word == "exit") {
             EXPECT_EQ(fLast.fExit, std::stoi(rest)) << fLast.fErr;
         } else if (word == "out") {
@@ -82,6 +83,13 @@ private:
         } else {
             ADD_FAILURE() << "unknown step";
         }
+    }
+
+    /// Whoever pastes a message to "hierfit explain" is told what to do.
+    void CheckMessages() const {
+        std::istringstream lines(fLast.fErr);
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with("hierfit: ")) EXPECT_NE(apptest::ExplainedCode(line), "") << line;
     }
 
     void Figure(const std::string& rest) const {

@@ -1,5 +1,7 @@
 #include "app/CaseRunner.h"
+#include "app/SourceLiterals.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +14,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
 using Names = std::set<std::string>;
+using apptest::Literal;
+using apptest::SourceLiterals;
 
 /// All sources as one text, literals that go on over lines joined.
 const std::string& Sources() {
@@ -35,13 +40,82 @@ Names Found(const std::string& text, const std::string& pattern) {
     return names;
 }
 
-nlohmann::json Strings(const char* file) {
-    return nlohmann::json::parse(apptest::ReadFile(fs::path(HIERFIT_SOURCE_DIR) / "share/strings" / file));
+Json Strings(const char* file) {
+    return Json::parse(apptest::ReadFile(fs::path(HIERFIT_SOURCE_DIR) / "share/strings" / file));
+}
+
+std::vector<std::string> Split(const std::string& text, const char* separator) {
+    const std::regex regex(separator);
+    return {std::sregex_token_iterator(text.begin(), text.end(), regex, -1), {}};
+}
+
+std::string Trimmed(const std::string& text) {
+    const std::size_t begin = std::min(text.find_first_not_of(" \n"), text.size());
+    return text.substr(begin, text.find_last_not_of(" \n") + 1 - begin);
+}
+
+/// Sources whose texts are none of messages: help, internal texts and what the pages are made of.
+const Names kOtherFiles{"app/CommandOptions.cpp",          "app/ShellHelp.cpp",
+                        "app/Version.cpp",                 "command/Keywords.cpp",
+                        "engine/seam/EngineDisplay.cpp",   "engine/seam/EngineModel.cpp",
+                        "engine/seam/EngineSettings.cpp",  "engine/seam/OutputStats.cpp",
+                        "host/adapter/VarValidSpecs.cpp",  "procedure/MIXRegrParameter.cpp",
+                        "procedure/MIXValidSpecsDump.cpp", "procedure/MIXFactoryRun.cpp"};
+
+/// Texts of other sources that are none of messages.
+const Names kOtherTexts{
+    // titles and headings
+    "Mixed Model Analysis", "Hierarchical Model Fit", "The Hierfit developers", "Output Files", "Random Effects",
+    "Target category: ^1", "Std. Error", "G Matrix: block", "R Matrix: first subject", "Repeated measures",
+    "Means and tests", "charts on pages: yes", "charts on pages: no", "Linear and generalized linear mixed models",
+    // answers, and what an explanation is framed by
+    "The command is right for its data.", "The command is right as far as it can be checked without data.",
+    "Nothing is shown for it.", "What to do:", "**What to do.**", "(hierfit explain", "hierfit: %s", "hierfit: note: %s",
+    ", change %.2g", "hierfit: stopped by the user",
+    // what stands at a message's places
+    "standard input", "saved data", "a control character", "the threshold", "of category", "at its upper limit",
+    "at its end", "a split variable", "inverse Gaussian", "ordinal multinomial", "nominal multinomial", "log complement",
+    "complementary log-log", "negative log-log",
+    // the end of messages about a name
+    "; did you mean", "; did you mean \"", "; the variables are",
+    // documents and internal texts
+    "offset with its sign changed", "events and other trials", "CS diagonal offset", "ARMA11 gamma share",
+    "GLMMAlgorithm display start", "GLMMAlgorithm display end"};
+
+/// Texts that the command line's library makes.
+const Names kLibraryTexts{"^1 is required", "^1 not in {^2}", "Value ^1 not in range ^2"};
+
+/// Whether a literal may be a message or part of one: it has words with a blank between, and in the sources of the
+/// output, whose titles and labels have such too, it is a sentence.
+bool IsProse(const Literal& literal) {
+    static const std::regex words("[a-z]{2,}[^ ]* [^ ]*[a-z(]");
+    static const std::regex output("(procedure|report|results|tables|viewer)/.*");
+    static const std::regex markup("[<#$].*");
+    static const std::regex otherStatement("[^]*(add_|AddTask|AddText|fPhase)[^]*");
+    const std::string text = Trimmed(literal.fText);
+    if (!std::regex_search(text, words) || std::regex_match(literal.fStatement, otherStatement)) return false;
+    return !std::regex_match(literal.fFile, output) ||
+           ((text.ends_with(".") || text.find(". ") != std::string::npos) && text.find("{}.") == std::string::npos);
 }
 
 class Messages : public testing::Test {
 protected:
-    const nlohmann::json fEntries = Strings("explanations.json").at("explanations");
+    Messages() {
+        for (const Json& group : Strings("explanations.json").at("groups")) {
+            EXPECT_NE(group.at("title"), "");
+            EXPECT_NE(group.at("about"), "");
+            for (const auto& [code, entry] : group.at("messages").items()) {
+                EXPECT_FALSE(fEntries.contains(code)) << code;
+                fEntries[code] = entry;
+                for (const std::string& text : Listed(code, "texts"))
+                    fTexts.push_back(text);
+            }
+        }
+    }
+
+    std::vector<std::string> Listed(const std::string& code, const char* what) const {
+        return fEntries.at(code).value(what, std::vector<std::string>());
+    }
 
     Names Codes(const std::string& pattern) const {
         Names codes;
@@ -49,6 +123,27 @@ protected:
             if (std::regex_match(code, std::regex(pattern))) codes.insert(code);
         return codes;
     }
+
+    Names Keys() const {
+        Names keys;
+        for (const auto& [code, entry] : fEntries.items())
+            for (const std::string& key : Listed(code, "keys"))
+                keys.insert(key);
+        return keys;
+    }
+
+    /// Whether a literal stands in some text; {} in it is a place.
+    bool Catalogued(const std::string& literal) const {
+        const std::vector<std::string> pieces = Split(literal, "\\{\\}");
+        return std::any_of(fTexts.begin(), fTexts.end(), [&](const std::string& text) {
+            return std::all_of(pieces.begin(), pieces.end(), [&](const std::string& piece) {
+                return text.find(Trimmed(piece)) != std::string::npos;
+            });
+        });
+    }
+
+    Json fEntries = Json::object();
+    std::vector<std::string> fTexts;
 };
 
 TEST_F(Messages, EveryStatusAndKeyIsExplainedAndNoneIsOrphaned) {
@@ -57,30 +152,97 @@ TEST_F(Messages, EveryStatusAndKeyIsExplainedAndNoneIsOrphaned) {
 }
 
 TEST_F(Messages, StatusesAreExplainedUnderTheTextThatTheySay) {
-    std::map<std::string, std::string> said;
+    const auto texts = Strings("en.json").at("texts");
     const std::string& text = Sources();
-    const std::regex row("\\{([12]30\\d{3}|kCompareFactorOneLevel), Severity::\\w+,\\s*(?:\"([^\"]*)\"|kUncertain)");
-    for (std::sregex_iterator match(text.begin(), text.end(), row), end; match != end; ++match) {
+    const std::regex row("\\{([12]30\\d{3}|kCompareFactorOneLevel), Severity::\\w+,\\s*(?:\"([^\"]*)\"|kUncertain),"
+                         "\\s*(?:\"([^\"]*)\"|kUncertainInSplit)");
+    int rows = 0;
+    for (std::sregex_iterator match(text.begin(), text.end(), row), end; match != end; ++match, ++rows) {
         const std::string code = (*match)[1] == "kCompareFactorOneLevel" ? "130035" : (*match)[1].str();
-        said.emplace(code, (*match)[2].matched ? (*match)[2].str() : "Model validity is uncertain ...");
+        const std::string key = (*match)[2].matched ? (*match)[2].str() : "Model validity is uncertain ...";
+        if (key.empty()) {
+            EXPECT_TRUE(Listed(code, "keys").empty()) << code;
+            continue;
+        }
+        EXPECT_THAT(Listed(code, "keys"), testing::Contains(key)) << code;
+        if (!(*match)[3].matched) continue;
+        // The text of a split run leads to an explanation of the same text.
+        const std::string found = apptest::ExplainedCode(texts.at((*match)[3].str()));
+        ASSERT_TRUE(fEntries.contains(found)) << code << found;
+        EXPECT_THAT(Listed(found, "keys"), testing::Contains(key)) << code;
     }
-    EXPECT_GE(said.size(), 29u);
-    for (const auto& [code, key] : said)
-        EXPECT_EQ(fEntries.at(code).at("key"), key) << code;
+    EXPECT_GE(rows, 29);
 }
 
-TEST_F(Messages, WhatIsExplainedIsSaidSomewhere) {
+TEST_F(Messages, EveryTextThatTheSourcesSayIsInTheCatalogue) {
+    int prose = 0;
+    Names others = kOtherTexts;
+    const Names keys = Keys();
     const auto texts = Strings("en.json").at("texts");
-    for (const auto& [code, entry] : fEntries.items()) {
-        EXPECT_GT(entry.at("cause").get<std::string>().size(), 20u) << code;
-        EXPECT_GT(entry.at("remedy").get<std::string>().size(), 5u) << code;
-        if (entry.contains("key") && entry.at("key") != "") {
-            const std::string key = entry.at("key");
-            EXPECT_TRUE(texts.contains(key)) << code;
-            EXPECT_NE(Sources().find('"' + key + '"'), std::string::npos) << code;
+    for (const Literal& literal : SourceLiterals()) {
+        const std::string text = Trimmed(literal.fText);
+        if (kOtherFiles.contains(literal.fFile) || !IsProse(literal)) continue;
+        ++prose;
+        others.erase(text);
+        if (kOtherTexts.contains(text) || texts.contains(literal.fText)) continue;
+        EXPECT_TRUE(Catalogued(text)) << literal.fFile << ": " << text;
+    }
+    EXPECT_GE(prose, 400);
+    EXPECT_THAT(others, testing::IsEmpty()) << "nothing says these any more";
+    for (const auto& [key, text] : texts.items()) {
+        const bool ofSplit = key.find("split") != std::string::npos || key.find("Perfect fit [") == 0;
+        if (text.get<std::string>().ends_with(".") && !ofSplit)
+            EXPECT_TRUE(keys.contains(key)) << key;
+    }
+}
+
+/// Whether a text is a row of literals.
+bool IsMadeOf(const std::string& text, const Names& literals) {
+    std::vector<std::string> inside;
+    for (const std::string& literal : literals)
+        if (text.find(literal) != std::string::npos) inside.push_back(literal);
+    std::vector<bool> reached(text.size() + 1, false);
+    reached[0] = true;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!reached[at]) continue;
+        for (const std::string& literal : inside)
+            if (text.compare(at, literal.size(), literal) == 0) reached[at + literal.size()] = true;
+    }
+    return reached.back();
+}
+
+TEST_F(Messages, EveryTextOfTheCatalogueIsSaidSomewhere) {
+    Names literals;
+    for (const Literal& literal : SourceLiterals()) {
+        for (const std::string& piece : Split(literal.fText, "\\{\\}")) {
+            // Letters and syllables would make up any text.
+            const bool sign = std::none_of(piece.begin(), piece.end(), [](unsigned char c) { return std::isalnum(c); });
+            if (!piece.empty() && (sign || piece.size() > 3)) literals.insert(piece);
+            if (piece.ends_with(" ")) literals.insert(Trimmed(piece));
         }
-        for (const auto& beginning : entry.value("also", nlohmann::json::array()))
-            EXPECT_NE(Sources().find('"' + beginning.get<std::string>()), std::string::npos) << code;
+    }
+    for (const std::string& text : fTexts) {
+        if (kLibraryTexts.contains(text)) continue;
+        for (const std::string& piece : Split(text, "\\^\\d"))
+            EXPECT_TRUE(IsMadeOf(piece, literals)) << text << "\n" << piece;
+    }
+    const auto texts = Strings("en.json").at("texts");
+    for (const std::string& key : Keys()) {
+        EXPECT_TRUE(texts.contains(key) || key.ends_with(".")) << key;
+        EXPECT_NE(Sources().find('"' + key + '"'), std::string::npos) << key;
+    }
+}
+
+TEST_F(Messages, CauseAndRemedyAreToldAndNotTheSameTwice) {
+    Names told;
+    for (const auto& [code, entry] : fEntries.items()) {
+        const std::string cause = entry.at("cause"), remedy = entry.at("remedy");
+        EXPECT_GT(cause.size(), 20u) << code;
+        EXPECT_GT(remedy.size(), 5u) << code;
+        EXPECT_THAT(entry.at("kind"), testing::AnyOf("error", "warning", "note")) << code;
+        EXPECT_TRUE(told.insert(cause + remedy).second || code == "130075") << code;
+        for (const std::string& text : Listed(code, "texts"))
+            EXPECT_EQ(std::count(fTexts.begin(), fTexts.end(), text), 1) << text;
     }
 }
 

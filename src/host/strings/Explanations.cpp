@@ -2,10 +2,63 @@
 
 #include "host/strings/Catalogue.h"
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace host {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// Behind the place that begins at a position of a message's text, ^1 or a list [...]1; the position itself when none
+/// begins there.
+std::size_t BehindPlace(const std::string& says, std::size_t at) {
+    const std::size_t digit = says[at] == '^' ? at + 1 : says[at] == '[' ? says.find(']', at) + 1 : std::string::npos;
+    return digit < says.size() && digit > at && IsDigit(says[digit]) ? digit + 1 : at;
+}
+
+/// What is the same in all messages of a text. Its final period goes: in a split run the split's name comes before.
+std::vector<std::string> FixedPieces(const std::string& says) {
+    std::vector<std::string> pieces(1);
+    for (std::size_t at = 0; at < says.size();) {
+        const std::size_t behind = BehindPlace(says, at);
+        if (behind > at) {
+            pieces.emplace_back();
+            at = behind;
+        } else {
+            pieces.back() += says[at++];
+        }
+    }
+    if (pieces.back().ends_with('.')) pieces.back().pop_back();
+    return pieces;
+}
+
+/// How many letters a message shares with a text, 0 when it isn't one of the text's messages.
+std::size_t SharedLetters(std::string_view message, const std::string& says) {
+    std::size_t shared = 0, at = 0;
+    for (const std::string& piece : FixedPieces(says)) {
+        at = message.find(piece, at);
+        if (at == std::string_view::npos) return 0;
+        at += piece.size();
+        shared += piece.size();
+    }
+    return shared;
+}
+
+Explanation ReadExplanation(const std::string& code, const Json& entry) {
+    Explanation explanation{code, entry.at("kind"), {}, entry.at("cause"), entry.at("remedy")};
+    for (const std::string& key : entry.value("keys", std::vector<std::string>()))
+        explanation.fvSays.push_back(Catalogue::Current().Text(key));
+    for (const std::string& text : entry.value("texts", std::vector<std::string>()))
+        explanation.fvSays.push_back(text);
+    return explanation;
+}
+
+}  // namespace
 
 const Explanations& Explanations::Current() {
     static const Explanations explanations;
@@ -13,36 +66,37 @@ const Explanations& Explanations::Current() {
 }
 
 Explanations::Explanations() {
-    const Catalogue& texts = Catalogue::Current();
-    const auto root = nlohmann::ordered_json::parse(kBuiltInExplanations);
-    for (const auto& [code, entry] : root.at("explanations").items()) {
-        Explanation explanation;
-        explanation.fCode = code;
-        explanation.fKind = entry.at("kind");
-        explanation.fSays = entry.contains("key") ? texts.Text(entry.at("key").get<std::string>())
-                                                  : entry.at("says").get<std::string>();
-        explanation.fCause = entry.at("cause");
-        explanation.fRemedy = entry.at("remedy");
-        if (entry.contains("also")) explanation.fBeginnings = entry.at("also");
-        // A family's shape begins like nothing in particular, and neither does a text with a place in front.
-        const std::string fixed = explanation.fSays.substr(0, explanation.fSays.find_first_of("^["));
-        if (explanation.fKind != "family" && !fixed.empty()) explanation.fBeginnings.push_back(fixed);
-        fAll.push_back(std::move(explanation));
+    const auto root = Json::parse(kBuiltInExplanations);
+    for (const Json& source : root.at("groups")) {
+        ExplanationGroup& group = fvGroups.emplace_back();
+        group.fTitle = source.at("title");
+        group.fAbout = source.at("about");
+        for (const auto& [code, entry] : source.at("messages").items())
+            group.fvExplanations.push_back(ReadExplanation(code, entry));
     }
 }
 
 const Explanation* Explanations::Find(std::string_view code) const {
-    const auto found =
-        std::find_if(fAll.begin(), fAll.end(), [&](const Explanation& entry) { return entry.fCode == code; });
-    return found == fAll.end() ? nullptr : &*found;
+    for (const ExplanationGroup& group : fvGroups)
+        for (const Explanation& explanation : group.fvExplanations)
+            if (explanation.fCode == code) return &explanation;
+    return nullptr;
 }
 
-std::string Explanations::CodeOf(std::string_view message) const {
-    for (const Explanation& entry : fAll) {
-        for (const std::string& beginning : entry.fBeginnings)
-            if (message.starts_with(beginning)) return entry.fCode;
+const Explanation* Explanations::FindMessage(std::string_view text) const {
+    const Explanation* found = nullptr;
+    std::size_t most = 0;
+    for (const ExplanationGroup& group : fvGroups) {
+        for (const Explanation& explanation : group.fvExplanations) {
+            for (const std::string& says : explanation.fvSays) {
+                const std::size_t shared = SharedLetters(text, says);
+                if (shared <= most) continue;
+                most = shared;
+                found = &explanation;
+            }
+        }
     }
-    return {};
+    return found;
 }
 
 }  // namespace host

@@ -8,12 +8,19 @@ namespace host {
 
 /// What a message means and what to do about it.
 struct Explanation {
-    std::string fCode;  ///< a status (230024), a key (kGLMM_C8) or a word of ours (output-file)
-    std::string fKind;  ///< "error", "warning", "note"; "family" for messages that have no text of their own
-    std::string fSays;  ///< the message as users see it, its places as ^1; of a family its shape; empty: shown never
+    std::string fCode;                ///< a status (230024), a key (kGLMM_C8) or words of ours (output-file)
+    std::string fKind;                ///< "error", "warning", "note"
+    std::vector<std::string> fvSays;  ///< the texts that it explains, as users see them, their places as ^1; empty: shown
+                                      ///< never
     std::string fCause;
     std::string fRemedy;
-    std::vector<std::string> fBeginnings;  ///< how its messages begin
+};
+
+/// The messages of one part of the program.
+struct ExplanationGroup {
+    std::string fTitle;
+    std::string fAbout;  ///< where they stand, and with which exit code
+    std::vector<Explanation> fvExplanations;
 };
 
 /// All explanations, in the order of share/strings/explanations.json, which is compiled in.
@@ -21,14 +28,15 @@ class Explanations {
 public:
     static const Explanations& Current();
 
-    const std::vector<Explanation>& All() const { return fAll; }
+    const std::vector<ExplanationGroup>& Groups() const { return fvGroups; }
     const Explanation* Find(std::string_view code) const;  ///< null when there is none
-    /// The code of a message by its text, empty when none is known.
-    std::string CodeOf(std::string_view message) const;
+    /// The explanation of a text that holds a message, whatever stands before or behind it; null when none is known. Of
+    /// several the one that shares the most letters.
+    const Explanation* FindMessage(std::string_view text) const;
 
 private:
     Explanations();
-    std::vector<Explanation> fAll;
+    std::vector<ExplanationGroup> fvGroups;
 };
 
 /// The file as it was compiled in.
