@@ -88,7 +88,8 @@ std::string Section(const Explanation& entry) {
 std::string Page(const Groups& groups) {
     std::string text =
         "# Messages: what they mean and what to do\n\nWritten by `hierfit explain --markdown`. `hierfit explain CODE` "
-        "prints one of them, and `hierfit explain 'the message'` the one that a message is; ^1 and so on stand for what "
+        "prints one of them, and `hierfit explain 'the message'` the one that a message is; ^1 and so on stand for "
+        "what "
         "differs from one message to the next.\n";
     for (const ExplanationGroup& group : groups) {
         text += "\n## " + group.fTitle + "\n\n" + Escaped(group.fAbout) + "\n";

@@ -26,6 +26,15 @@ struct ErrorCollector : output::Visitor {
     std::vector<Saying> fErrors;
 };
 
+/// Where more is told about a sentence: under a code of its own, else under that of the status that it stands behind.
+std::string CodeOf(const std::string& sentence, const std::string& status) {
+    const host::Explanations& explanations = host::Explanations::Current();
+    const host::Explanation* own = explanations.FindMessage(sentence);
+    const bool known = explanations.Find(status) != nullptr;
+    const bool ofStatus = own && own->fCode.find_first_not_of("0123456789") == std::string::npos;
+    return own && !(known && ofStatus) ? own->fCode : known ? status : std::string();
+}
+
 }  // namespace
 
 ModelRun::ModelRun(std::shared_ptr<const host::Table> table, const command::Specification& specification)
@@ -76,6 +85,7 @@ std::vector<Saying> ModelRun::Errors() const {
     if (errors.size() == 2 && fRun.fvResults.size() == 1) {
         const std::size_t prefix = errors[1].fText.find(": ");
         errors[0].fText += " " + errors[1].fText.substr(prefix == std::string::npos ? 0 : prefix + 2);
+        if (!errors[1].fCode.empty()) errors[0].fCode = errors[1].fCode;  // it tells more than the status alone
         errors.pop_back();
     }
     return errors;
@@ -87,9 +97,8 @@ std::vector<Saying> ModelRun::Notes() const {
         for (const run::Message& message : result.fFigures.fMessages) {
             const bool shown = message.fLevel == "error" && result.fName.empty();
             if (message.fText.empty() || shown) continue;
-            const std::string code = std::to_string(message.fCode);
             notes.push_back({(result.fName.empty() ? "" : result.fName + ": ") + message.fText,
-                             host::Explanations::Current().Find(code) ? code : ""});
+                             CodeOf(message.fText, std::to_string(message.fCode))});
         }
     }
     return notes;

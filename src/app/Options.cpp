@@ -78,7 +78,6 @@ public:
         explain->add_option("message", fOptions.fMessage,
                             "its code, or the message itself in quotes; without it all are listed");
         explain->add_flag("--markdown", fOptions.fMarkdown, "all of them, as a page");
-        explain->prefix_command();  // a message may begin with an option's name, and be pasted without quotes
 
         AddText("completion", "Print a completion script for a shell")
             ->add_option("shell", fShell, "the shell")
@@ -88,6 +87,11 @@ public:
     }
 
     std::optional<int> Read(int argc, char** argv) {
+        if (IsPastedMessage(argc, argv)) {
+            fOptions.fTask = Task::kExplain;
+            fOptions.fMessage = argv[2];
+            return std::nullopt;
+        }
         try {
             fProgram.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
@@ -106,6 +110,12 @@ public:
     }
 
 private:
+    /// A message may begin with an option's name, which isn't meant for the program.
+    static bool IsPastedMessage(int argc, char** argv) {
+        return argc == 3 && std::string_view(argv[1]) == "explain" &&
+               std::string_view(argv[2]).find(' ') != std::string_view::npos;
+    }
+
     /// The error in words that name what was written, what is near to it, and where help is found.
     std::string WhatIsWrong(const CLI::ParseError& error, int argc, char** argv) const {
         const auto tasks = fProgram.get_subcommands(nullptr);

@@ -28,7 +28,9 @@ public:
     }
 
 private:
-    bool Begins(const char* text) const { return fSource.compare(fAt, std::char_traits<char>::length(text), text) == 0; }
+    bool Begins(const char* text) const {
+        return fSource.compare(fAt, std::char_traits<char>::length(text), text) == 0;
+    }
     void SkipTo(const std::string& text) { fAt = std::min(fSource.find(text, fAt), fSource.size()); }
 
     void Code(char c) {

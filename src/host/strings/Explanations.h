@@ -10,8 +10,8 @@ namespace host {
 struct Explanation {
     std::string fCode;                ///< a status (230024), a key (kGLMM_C8) or words of ours (output-file)
     std::string fKind;                ///< "error", "warning", "note"
-    std::vector<std::string> fvSays;  ///< the texts that it explains, as users see them, their places as ^1; empty: shown
-                                      ///< never
+    std::vector<std::string> fvSays;  ///< the texts that it explains, as users see them, their places as ^1; empty:
+                                      ///< shown never
     std::string fCause;
     std::string fRemedy;
 };
