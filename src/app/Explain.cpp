@@ -54,7 +54,8 @@ std::string List(const Groups& groups) {
         for (const Explanation& entry : group.fvExplanations) {
             std::string code = entry.fCode;
             for (const std::string& says : Says(entry)) {
-                text += code + std::string(width - code.size(), ' ') + says + "\n";
+                code.resize(width, ' ');
+                text += code + says + "\n";
                 code.clear();
             }
         }

@@ -56,7 +56,7 @@ private:
 
     std::string Raw() {
         const std::size_t open = fSource.find('(', fAt);
-        const std::string close = ")" + fSource.substr(fAt + 2, open - fAt - 2) + "\"";
+        const std::string close = std::string(1, ')').append(fSource, fAt + 2, open - fAt - 2).append(1, '"');
         fAt = fSource.find(close, open);
         const std::string text = fSource.substr(open + 1, fAt - open - 1);
         fAt += close.size();
