@@ -3,6 +3,7 @@
 #include "app/ExitCode.h"
 #include "host/output/FileStore.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -39,10 +40,10 @@ namespace {
     EndWith("the run ended unexpectedly");
 }
 
-volatile std::sig_atomic_t gRefused = 0;
+std::atomic<bool> gRefused = false;
 
 void OnRefusal() {
-    gRefused = 1;
+    gRefused = true;
     throw std::bad_alloc();
 }
 

@@ -62,8 +62,12 @@ void ModelRun::Drive(Halves halves) {
 
 void ModelRun::Score(ProcedureDataSource& source) {
     if (fRun.fFatal || Stopped() || !AnythingFitted()) return;
-    ScoreData(fBlock, fRun, source);
-    if (!Stopped()) fTakeScores(source.Impl());
+    const bool scored = ScoreData(fBlock, fRun, source);
+    if (Stopped()) return;
+    if (scored)
+        fTakeScores(source.Impl());
+    else
+        fScoringProblem = "the data could not be scored: there is too little memory, or no room for a temporary file";
 }
 
 bool ModelRun::AnythingFitted() const {

@@ -40,8 +40,11 @@ public:
     void Drive(Halves halves);
 
     /// Called towards the end of Drive with the columns that the command saves, in the data's order of rows. Not called
-    /// when nothing was fitted or the run was stopped.
+    /// when nothing was fitted, the run was stopped, or there is a ScoringProblem.
     std::function<void(QVTA_DataSourceImpl&)> fTakeScores;
+
+    /// Why scores that the command saves are lacking although a model was fitted; empty when they aren't.
+    const std::string& ScoringProblem() const { return fScoringProblem; }
 
     /// 0 without split variables.
     std::size_t SplitCount() const { return fpTable->SplitIndices().empty() ? 0 : fpTable->Splits().size(); }
@@ -62,6 +65,7 @@ private:
     command::ParsedBlock fBlock;
     host::OutputDocument fDocument;
     run::RunValue fRun;
+    std::string fScoringProblem;
 };
 
 }  // namespace app

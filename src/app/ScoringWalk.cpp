@@ -28,7 +28,7 @@ private:
 
 }  // namespace
 
-void ScoreData(command::ParsedBlock& block, run::RunValue& run, ProcedureDataSource& source) {
+bool ScoreData(command::ParsedBlock& block, run::RunValue& run, ProcedureDataSource& source) {
     const ScoringOnly scoring(run);
     host::OutputDocument muted("Mixed Model Analysis");
     const host::OutputScope output(muted);
@@ -45,16 +45,19 @@ void ScoreData(command::ParsedBlock& block, run::RunValue& run, ProcedureDataSou
         factory.CompleteMetaData();
         if (!factory.GetInputAdapter()->GetSplitFile()) break;
     }
-    if (stopped() || !factory.PrepareComponentRun(true)) return;
+    if (stopped() || !factory.PrepareComponentRun(true)) return false;
+    bool allReady = true;
     while (!stopped() && factory.StartNewSplit(true)) {
-        factory.RunGLMMComponent();
+        const bool kept = run.Result(run.fSplitOrdinal).fpModel != nullptr;
+        allReady = (factory.RunGLMMComponent() || !kept) && allReady;
         if (!factory.GetInputAdapter()->GetSplitFile()) break;
     }
-    if (stopped() || !factory.PrepareScoringPass()) return;
+    if (stopped() || !allReady || !factory.PrepareScoringPass()) return false;
     while (!stopped() && factory.StartNewSplit(true)) {
         run.Say({.fPhase = "scoring"});
         factory.ScoringDataPass();
     }
+    return !stopped();
 }
 
 }  // namespace app

@@ -48,7 +48,8 @@ public:
             WriteResults(fOptions.fOutput, RenderResults(fOptions, fRun.Value(), fRun.Document(), command));
         if (fRun.AnythingFitted()) WriteCharts(fOptions, fRun.Document());
         if (fSaveProblem) Complain(fSaveProblem->Message());
-        if (fRun.Value().fFileFailed || fSaveProblem) return kFileError;
+        if (!fRun.ScoringProblem().empty()) Complain(fRun.ScoringProblem());
+        if (fRun.Value().fFileFailed || fSaveProblem || !fRun.ScoringProblem().empty()) return kFileError;
         return fRun.AllFitted() ? kFitted : kNotFitted;
     }
 

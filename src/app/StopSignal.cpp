@@ -3,6 +3,8 @@
 #include "app/ExitCode.h"
 #include "host/output/FileStore.h"
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <string_view>
 #include <sys/time.h>
@@ -12,7 +14,9 @@ namespace app {
 
 namespace {
 
-volatile std::sig_atomic_t gAsked = 0;
+/// Set in whichever thread the signal meets.
+std::atomic<bool> gAsked = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 constexpr suseconds_t kPatience = 900'000;  // microseconds
 
@@ -24,10 +28,11 @@ constexpr suseconds_t kPatience = 900'000;  // microseconds
 }
 
 void OnSignal(int) {
-    if (gAsked) EndAtOnce();
-    gAsked = 1;
+    if (gAsked.exchange(true)) EndAtOnce();
+    const int met = errno;  // of the call that the signal came between
     const itimerval once = {{0, 0}, {0, kPatience}};
     setitimer(ITIMER_REAL, &once, nullptr);
+    errno = met;
 }
 
 void OnTimeOut(int) {
@@ -50,7 +55,7 @@ void StopSignal::Watch() {
 }
 
 bool StopSignal::Asked() {
-    return gAsked != 0;
+    return gAsked;
 }
 
 }  // namespace app

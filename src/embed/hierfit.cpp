@@ -142,6 +142,7 @@ Outcome<Fitted> Fit(const Data& data, const std::string& formula, const Options&
         run.Drive(app::Halves::kClassic);
         if (run.Stopped()) return Error{Error::Kind::kStopped, "stopped by the caller", 0};
         if (!run.AnythingFitted()) return WhyNothing(run);
+        if (!run.ScoringProblem().empty()) return Error{Error::Kind::kMemory, run.ScoringProblem(), 0};
         std::vector<std::string> notes = table->Remarks();
         for (app::Saying& note : run.Notes())
             notes.push_back(std::move(note.fText));

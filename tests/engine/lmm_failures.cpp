@@ -145,7 +145,7 @@ TEST(Failures, AnExceptionLeavesTheCrewUsable) {
     }
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 /// Room for so many bytes more than the process has now.
 class MemoryLimit {

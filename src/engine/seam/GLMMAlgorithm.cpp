@@ -265,9 +265,9 @@ GLMMAlgorithm::~GLMMAlgorithm() = default;
 MCStatus GLMMAlgorithm::BuildModel(MultiPassRecordIter& data, MultiPassRecordIter* /*second*/) {
     if (fpImpl->fStatus.IsError()) return fpImpl->fStatus;
     fpImpl->fScorer.reset();
+    if (fpImpl->fpRun && fpImpl->fpRun->fScoring) return fpImpl->TakeKeptModel();
     try {
-        const bool kept = fpImpl->fpRun && fpImpl->fpRun->fScoring;
-        return kept ? fpImpl->TakeKeptModel() : fpImpl->Fit(data);
+        return fpImpl->Fit(data);
     } catch (const std::bad_alloc&) {
         fpImpl->GiveUpForMemory();
     }
