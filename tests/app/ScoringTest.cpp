@@ -375,6 +375,9 @@ TEST(Predict, RefusesHostileModelFiles) {
     refused(with("<Part block=\"0\"", "<Part block=\"5\""), "don't go together");
     refused(with("width=\"1\"", "width=\"2\""), "wrong width");
     refused(with("errors=\"0\"", "errors=\"4\""), "wrong errors");
+    refused(with("categorical=\"true\"", "categorical=\"false\""), "a subject without categories");
+    refused(with("intercept=\"true\"", "intercept=\"false\""), "pieces don't go together");
+    refused(with(">0 1<", ">1 1<"), "columns that don't go together");
 
     const apptest::Outcome huge = RunShell(
         kBounded + "truncate -s 1G huge.pmml; timeout 20 hierfit predict huge.pmml --data d.csv", folder.Path());

@@ -29,12 +29,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::fputs("refused without a message\n", stderr);
         std::abort();
     }
-    const std::vector<ScoreType> types{10, 11, 19, 0, 1, 9};
+    engine::Scorer fixed = model->MakeScorer({10, 11, 19});
+    engine::Scorer whole = model->MakeScorer({10, 11, 19, 0, 1, 9});
+    std::vector<double> scores;
+    std::vector<std::vector<double>> probabilities;
     for (const double value : {0.0, 1.0, -1e300}) {
-        if (const auto record = MakeRecord(*model, value)) {
-            model->KnowsSubjects(record->data());
-            model->Score(record->data(), types);
-        }
+        const auto record = MakeRecord(*model, value);
+        if (!record) continue;
+        fixed.Score(record->data(), scores, &probabilities);
+        whole.KnowsSubjects(record->data());
+        whole.Score(record->data(), scores, &probabilities);
     }
     return 0;
 }

@@ -3,9 +3,11 @@
 #include "engine/documents/XmlGuard.h"
 #include "engine/glmm/Family.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <pugixml.hpp>
 
@@ -257,7 +259,8 @@ private:
         for (const pugi::xml_node factor : node.children("Factor")) {
             effect.fFactors.push_back(Index(factor, "column", 0, LastColumn()));
             if (!fProblem.empty()) return {};
-            if (fContent.fSpec.fLevels[effect.fFactors.back()] == 0) Fail("has a factor without categories");
+            const ScoringContent::Column& column = fContent.fColumns[effect.fFactors.back()];
+            if (!column.fCategorical || column.fCategories.empty()) Fail("has a factor without categories");
         }
         for (const pugi::xml_node covariate : node.children("Covariate")) {
             effect.fCovariates.push_back(
@@ -282,6 +285,8 @@ private:
         for (const pugi::xml_node node : fScoring.children("RandomBlock")) {
             RandomBlock block;
             block.fSubjects = Indices(Array(node.find_child_by_attribute("Numbers", "name", "subjects")), LastColumn());
+            for (const int subject : block.fSubjects)
+                if (!fContent.fColumns[subject].fCategorical) Fail("has a subject without categories");
             for (const pugi::xml_node effect : node.children("Effect"))
                 block.fEffects.push_back(ReadEffect(effect));
             spec.fRandom.push_back(std::move(block));
@@ -343,7 +348,10 @@ private:
         const Eigen::Index p = fContent.fSpan.rows();
         fContent.fKept = Indices(Array(node.find_child_by_attribute("Numbers", "name", "kept")),
                                  static_cast<int>(fContent.fSpan.cols()) - 1);
-        if (static_cast<Eigen::Index>(fContent.fKept.size()) != p) Fail("has columns that don't go together");
+        const bool ascending =
+            std::is_sorted(fContent.fKept.begin(), fContent.fKept.end(), std::less_equal<>());  // none twice
+        if (static_cast<Eigen::Index>(fContent.fKept.size()) != p || !ascending)
+            Fail("has columns that don't go together");
         FixedState& fixed = fContent.fFixed;
         fixed.fBeta = Matrix(node, "beta", p, 1);
         fixed.fHalf = Matrix(node, "half", p, p);

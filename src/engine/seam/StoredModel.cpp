@@ -74,8 +74,8 @@ bool StoredModel::Assemble() {
         spec = fGeneralized->Spec();
     }
     auto model = std::make_shared<FittedModel>(spec, none);
+    if (EffectDesign(spec.FixedEffects(), spec.fLevels).NumColumns() != fContent.fSpan.cols()) return false;
     model->fOwnBasis = std::make_unique<FixedBasis>(spec, fContent.fKept, fContent.fSpan, fContent.fTotalFrequency);
-    if (model->fOwnBasis->NumColumns() != fContent.fSpan.cols()) return false;
     model->fInference = std::make_unique<Inference>(*model->fOwnBasis, spec.fDf, spec.fConfidence, fContent.fFixed);
     model->fThetaCovariance = fContent.fThetaCovariance;
     model->fTheta = Eigen::VectorXd::Zero(fContent.fThetaCovariance.rows());
