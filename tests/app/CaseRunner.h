@@ -7,6 +7,13 @@
 
 namespace apptest {
 
+/// A sanitizer takes the place of malloc, has symbols of its own, and maps more than any limit.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 struct Outcome {
     int fExit = -1;
     std::string fOut;

@@ -109,9 +109,7 @@ private:
 class Faults : public testing::TestWithParam<std::tuple<int, const char*>> {};
 
 TEST_P(Faults, EndInOneMessage) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer takes the place of malloc itself";
-#endif
+    if (apptest::kSanitized) GTEST_SKIP() << "the sanitizer takes the place of malloc itself";
     FaultyRun run(kJobs[std::get<0>(GetParam())], std::get<1>(GetParam()));
     const std::vector<long> places = run.Places();
     EXPECT_GT(places.size(), 10);
@@ -122,9 +120,7 @@ TEST_P(Faults, EndInOneMessage) {
 
 /// Less and less room, and a model with a matrix of several thousand rows: a message, never a crash and no waiting.
 TEST(Limits, LittleMemoryEndsInAMessage) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer maps more than any limit";
-#endif
+    if (apptest::kSanitized) GTEST_SKIP() << "the sanitizer maps more than any limit";
     const Scratch folder;
     RunShell(
         "awk 'BEGIN { srand(3); print \"y,x,g,h\"; for (i = 0; i < 20000; ++i) "

@@ -312,12 +312,7 @@ TEST_P(ManyCrossedEffects, AreScoredByWhatAFileHolds) {
 
 INSTANTIATE_TEST_SUITE_P(Levels, ManyCrossedEffects, testing::Values(150, 600, 1100));
 
-// The address sanitizer maps far more than it uses.
-#ifdef __SANITIZE_ADDRESS__
-const std::string kBounded;
-#else
-const std::string kBounded = "ulimit -v 2000000; ";
-#endif
+const std::string kBounded = apptest::kSanitized ? "" : "ulimit -v 2000000; ";
 
 // A model file is data from outside: whatever is in it ends in one message, soon, and in bounded memory.
 TEST(Predict, RefusesHostileModelFiles) {
