@@ -111,7 +111,7 @@ void Measure(const bench::Workload& work, const std::string& program, const std:
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
+    if (argc < 2 || access(argv[1], X_OK) != 0) {
         fmt::print(stderr, "usage: hierfit_bench HIERFIT [--heavy] [--threads N] [NAME...]\n");
         return 2;
     }
