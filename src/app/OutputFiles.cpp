@@ -2,6 +2,7 @@
 
 #include "app/ExitCode.h"
 #include "app/ResultWriter.h"
+#include "host/output/FileStore.h"
 
 #include <filesystem>
 #include <vector>
@@ -37,6 +38,7 @@ void CheckFiles(const command::OutputFiles& files, const std::string& output, co
         const NamedFile& file = outputs[i];
         if (file.fName.empty()) continue;
         CheckOutput(file.fName);
+        if (host::FileStore::IsWrittenStraight(file.fName)) continue;
         const fs::path path = Spelt(file.fName);
         if (path == Spelt(data))
             throw Failure{kWrongUse, file.fName + ": would be written over the data; name another file"};

@@ -40,11 +40,14 @@ std::string RenderResults(const Options& options, const run::RunValue& run, cons
 
 void CheckOutput(const std::string& file) {
     if (file.empty()) return;
-    const std::filesystem::path path(file);
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) throw Failure{kFileError, file + ": is a directory; name a file"};
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-    if (access(folder.c_str(), W_OK) != 0)
+    if (std::filesystem::is_directory(file, ignored)) throw Failure{kFileError, file + ": is a directory; name a file"};
+    std::filesystem::path written(file);
+    if (!host::FileStore::IsWrittenStraight(file)) {
+        const std::filesystem::path path(host::FileStore::Target(file));
+        written = path.has_parent_path() ? path.parent_path() : ".";
+    }
+    if (access(written.c_str(), W_OK) != 0)
         throw Failure{kFileError, file + ": can't be written: " + std::strerror(errno)};
 }
 

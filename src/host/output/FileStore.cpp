@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace host {
@@ -21,14 +22,43 @@ namespace {
 bool Flushed(const std::string& path) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) return false;
-    const bool flushed = fsync(file) == 0 || errno == EINVAL;  // a pipe or device has nothing to flush
+    const bool flushed = fsync(file) == 0 || errno == EINVAL;  // some file systems have nothing to flush
     const int error = errno;
     close(file);
     errno = error;
     return flushed;
 }
 
+/// Moves a file over another, whose permissions it takes.
+bool Replace(const std::string& old, const std::string& path) {
+    struct stat facts {};
+    if (stat(old.c_str(), &facts) == 0 && chmod(path.c_str(), facts.st_mode & 07777U) != 0) return false;
+    return rename(path.c_str(), old.c_str()) == 0;
+}
+
 }  // namespace
+
+bool FileStore::IsWrittenStraight(const std::string& name) {
+    if (name.starts_with("/dev/std") || name.starts_with("/dev/fd/") || name.starts_with("/proc/")) return true;
+    struct stat facts {};
+    return stat(name.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode);
+}
+
+std::string FileStore::Target(const std::string& name) {
+    constexpr int kMostLinks = 40;  // as many as the system follows
+    std::filesystem::path path(name);
+    std::error_code error;
+    for (int i = 0; i < kMostLinks && std::filesystem::is_symlink(path, error); ++i) {
+        const std::filesystem::path next = std::filesystem::read_symlink(path, error);
+        if (error) break;
+        path = path.parent_path() / next;
+    }
+    return path.string();
+}
+
+void FileStore::Unfinished::Remove() const noexcept {
+    if (!IsStraight()) unlink(fPath.c_str());
+}
 
 FileStore& FileStore::Instance() {
     static FileStore store;
@@ -45,14 +75,14 @@ FileStore::Unfinished* FileStore::Find(const std::string& name) {
 
 std::string FileStore::NameInSplit(const std::string& name) {
     const run::RunValue* run = run::Current();
-    if (!run || run->fSplit.empty() || fNumbered.contains(name)) return name;
+    if (!run || run->fSplit.empty() || fNumbered.contains(name) || IsWrittenStraight(name)) return name;
     const std::filesystem::path path(name);
     const auto file = fmt::format("{}_{}{}", path.stem().string(), run->fSplitOrdinal + 1, path.extension().string());
     return *fNumbered.insert((path.parent_path() / file).string()).first;
 }
 
 std::string FileStore::Begin(const std::string& name) {
-    std::string path = fmt::format("{}.part{}", name, getpid());
+    std::string path = IsWrittenStraight(name) ? name : fmt::format("{}.part{}", Target(name), getpid());
     if (!Find(name)) gpNewest = new Unfinished{name, path, true, gpNewest};
     return path;
 }
@@ -66,22 +96,23 @@ void FileStore::Finish(const std::string& name, bool whole) {
     Unfinished* const file = Find(name);
     if (!file) return;
     errno = ENOSPC;  // what a stream that went bad has most often met
-    const bool moved = whole && Flushed(file->fPath) && rename(file->fPath.c_str(), name.c_str()) == 0;
+    const bool done = whole && (file->IsStraight() || (Flushed(file->fPath) && Replace(Target(name), file->fPath)));
     const int error = errno;
-    if (!moved) unlink(file->fPath.c_str());
+    if (!done) file->Remove();
     file->fThere = false;
-    if (!moved) fvFailures.emplace_back(name, error);
+    if (!done) fvFailures.emplace_back(name, error);
 }
 
 void FileStore::Remove(const std::string& name) {
+    if (IsWrittenStraight(name)) return;
     std::error_code error;
-    std::filesystem::remove(name, error);
+    std::filesystem::remove(Target(name), error);
     if (error) fvFailures.emplace_back(name, error.value());
 }
 
 void FileStore::RemoveUnfinished() noexcept {
     for (Unfinished* file = gpNewest; file; file = file->fpNext)
-        if (file->fThere.exchange(false)) unlink(file->fPath.c_str());
+        if (file->fThere.exchange(false)) file->Remove();
 }
 
 void FileStore::Clear() {

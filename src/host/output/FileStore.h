@@ -8,13 +8,21 @@
 namespace host {
 
 /// Files on their way to their names. Each is written beside its name and moved there once it is whole, so that a
-/// failure leaves the file that was there before as it was, and nothing else.
+/// failure leaves the file that was there before as it was, and nothing else. Links are followed, and a file that is
+/// replaced keeps its permissions. What can't be replaced, a device or a pipe, is written to as it is.
 class FileStore {
 public:
     static FileStore& Instance();
 
+    /// Whether a name stands for something that is written to as it is: no plain file, or one that is open
+    /// already, as /dev/stdout.
+    static bool IsWrittenStraight(const std::string& name);
+    /// Where the file of a name is, or would be: behind links.
+    static std::string Target(const std::string& name);
+
     /// The name of a document in the present split, which has the split's number, from 1, before the extension:
-    /// "model.pmml" becomes "model_1.pmml". The same without splits, and for a name that came from here.
+    /// "model.pmml" becomes "model_1.pmml". The same without splits, for a name that came from here, and for one that
+    /// is written straight.
     std::string NameInSplit(const std::string& name);
 
     std::string Begin(const std::string& name);       ///< the path to write to
@@ -34,9 +42,12 @@ private:
     /// A file on its way. Never freed, since a signal may come while the list is walked; there are few.
     struct Unfinished {
         std::string fName;
-        std::string fPath;
+        std::string fPath;  ///< the same when it is written straight
         std::atomic<bool> fThere;
         Unfinished* fpNext;
+
+        bool IsStraight() const { return fPath == fName; }
+        void Remove() const noexcept;
     };
     static Unfinished* Find(const std::string& name);
 
